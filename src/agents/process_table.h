@@ -1,0 +1,32 @@
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace duskwell {
+
+// One process as a scan sees it.
+struct ProcessInfo {
+    std::int32_t pid = 0;
+    std::int32_t ppid = 0;
+    double cpu = 0;             // percent of one core
+    std::string exe;            // the executable, usually a full path
+    std::string args;           // the whole command line; empty when unknown
+    std::optional<std::int64_t> netBytes;  // network (or I/O) byte counter
+};
+
+struct ProcessTable {
+    std::vector<ProcessInfo> processes;
+    std::optional<int> gpu;  // highest GPU utilisation percent, when any GPU reports one
+};
+
+// The platform's process table (ps + nettop + IOKit on macOS, /proc on Linux).
+class ProcessSource {
+public:
+    virtual ~ProcessSource() = default;
+    // One sample. Called only on the monitor's serial queue.
+    virtual ProcessTable sample() = 0;
+};
+
+}  // namespace duskwell
