@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,5 +29,8 @@ public:
     // One sample. Called only on the monitor's serial queue.
     virtual ProcessTable sample() = 0;
 };
+
+// The platform's source (/proc on Linux; ps, nettop and IOKit on macOS).
+std::unique_ptr<ProcessSource> makePlatformProcessSource();
 
 }  // namespace duskwell

@@ -3,6 +3,7 @@
 #include "agents/agent_monitor.h"
 #include "core/awake_controller.h"
 #include "core/dispatcher.h"
+#include "phone/http_client.h"
 #include "phone/phone_notifier.h"
 #include "power/power_helper.h"
 
@@ -16,11 +17,13 @@ void AwakeController::recoverPowerSettings() {}
 // ---- agent monitor ----
 AgentMonitor::AgentMonitor() = default;
 AgentMonitor::~AgentMonitor() = default;
+std::unique_ptr<ProcessSource> makePlatformProcessSource() { return nullptr; }
 // ---- end agent monitor ----
 
 // ---- phone ----
 PhoneNotifier::PhoneNotifier() = default;
 PhoneNotifier::~PhoneNotifier() = default;
+std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
 // ---- end phone ----
 
 // ---- session, tick, permissions ----

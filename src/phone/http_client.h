@@ -1,5 +1,6 @@
 #pragma once
 #include <functional>
+#include <memory>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,5 +27,8 @@ public:
     virtual ~HttpClient() = default;
     virtual void send(HttpRequest request, std::function<void(HttpResponse)> completion) = 0;
 };
+
+// The platform's client (libcurl on Linux, NSURLSession on macOS).
+std::unique_ptr<HttpClient> makePlatformHttpClient();
 
 }  // namespace duskwell
