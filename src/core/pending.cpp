@@ -26,12 +26,22 @@ PhoneNotifier::~PhoneNotifier() = default;
 std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
 // ---- end phone ----
 
-// ---- session, tick, permissions ----
-void AwakeController::onTick() {}
-bool AwakeController::canNotify() { return false; }
-void AwakeController::refreshPermissions() {}
-void AwakeController::scanAgents() {}
-// ---- end session ----
+// ---- awaited by the session (each line goes when its owner lands) ----
+bool PowerHelper::run(const std::vector<std::string>&) { return false; }
+std::optional<PowerHelper::InstallError> PowerHelper::install() { return PowerHelper::InstallError::cancelled(); }
+std::string PowerHelper::InstallError::localizedDescription() const { return message_; }
+void AwakeController::applyPerformance() {}
+void AwakeController::restorePerformance() {}
+void AwakeController::startWatchdog() {}
+void AwakeController::stopWatchdog() {}
+void AwakeController::refreshSystem() {}
+void AgentMonitor::scan(std::function<void(AgentSnapshot)>) {}
+void PhoneNotifier::setEnabled(bool) {}
+void PhoneNotifier::send(const std::string&, const std::string&, const std::vector<std::string>&, int, bool, bool) {}
+void PhoneNotifier::poll(std::function<void(Command)>) {}
+void AwakeController::writeStatusFile() {}
+std::string AwakeController::statusLine() const { return {}; }
+// ---- end awaited by the session ----
 
 // ---- agent hooks ----
 void AwakeController::refreshIntegrations() {}
