@@ -118,6 +118,7 @@ void expectNothingHeld(const TestEnvironment& env, const AwakeController& c) {
 
 TEST(SessionStartFailure, InstallRefusedLeavesNothingHeld) {
     TestEnvironment env;
+    env.platform.resources["duskwell-power"] = "/opt/duskwell/duskwell-power";
     AwakeController c;
     bool busyDuringInstall = false;
     env.platform.onAdminScript = [&](const std::string&) { busyDuringInstall = c.busy(); };
@@ -135,6 +136,7 @@ TEST(SessionStartFailure, InstallRefusedLeavesNothingHeld) {
 
 TEST(SessionStartFailure, InstallThatCannotBeVerifiedLeavesNothingHeld) {
     TestEnvironment env;
+    env.platform.resources["duskwell-power"] = "/opt/duskwell/duskwell-power";
     AwakeController c;
     env.platform.adminResult = {AdminOutcome::succeeded, {}};  // but no helper appears
     c.start(KeepMode::timer, 30);
@@ -155,6 +157,7 @@ TEST(SessionStartFailure, LidOnFailingLeavesNothingHeld) {
 
 TEST(SessionStartFailure, AVerifiedInstallGoesOnToStart) {
     TestEnvironment env;
+    env.platform.resources["duskwell-power"] = "/opt/duskwell/duskwell-power";
     AwakeController c;
     env.platform.onAdminScript = [&](const std::string&) { env.installHelper(); };
     c.start(KeepMode::timer, 30);
@@ -180,11 +183,12 @@ TEST(SessionStop, GivesEverythingBackInOrder) {
         lidOffFirst = restoreLid(env) && !env.power.heldAssertions.empty() && liveWatchdogs(env) == 1;
         return CommandResult{0, ""};
     });
-    env.commands.clear();
+    const size_t before = helperRuns(env).size();
     c.stop();
 
     EXPECT_TRUE(lidOffFirst);
-    const auto runs = helperRuns(env);
+    auto runs = helperRuns(env);
+    runs.erase(runs.begin(), runs.begin() + static_cast<std::ptrdiff_t>(before));
     ASSERT_GE(runs.size(), 2u);
     EXPECT_TRUE(runs[0].ends_with(" lid-off"));
     EXPECT_TRUE(runs[1].ends_with(" powermode 0")) << "performance restored after lid-off";

@@ -9,10 +9,6 @@
 
 namespace duskwell {
 
-// ---- session stop, needed by uninstallHelper; remove when the session change lands ----
-void AwakeController::stop(std::optional<std::string>) {}
-// ---- end session stop ----
-
 // ---- agent monitor ----
 AgentMonitor::AgentMonitor() = default;
 AgentMonitor::~AgentMonitor() = default;
@@ -26,14 +22,6 @@ std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
 // ---- end phone ----
 
 // ---- awaited by the session (each line goes when its owner lands) ----
-bool PowerHelper::run(const std::vector<std::string>&) { return false; }
-std::optional<PowerHelper::InstallError> PowerHelper::install() { return PowerHelper::InstallError::cancelled(); }
-std::string PowerHelper::InstallError::localizedDescription() const { return message_; }
-void AwakeController::applyPerformance() {}
-void AwakeController::restorePerformance() {}
-void AwakeController::startWatchdog() {}
-void AwakeController::stopWatchdog() {}
-void AwakeController::refreshSystem() {}
 void AgentMonitor::scan(std::function<void(AgentSnapshot)>) {}
 void PhoneNotifier::setEnabled(bool) {}
 void PhoneNotifier::send(const std::string&, const std::string&, const std::vector<std::string>&, int, bool, bool) {}
