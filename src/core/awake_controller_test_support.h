@@ -1,7 +1,8 @@
 #pragma once
 // Test-only helpers for the controller's scenario tests: the private handlers the timer,
 // the monitor and the phone would call, and readers of what the controller sent out.
-// Keep this the one definition of AwakeControllerTestAccess; extend it here.
+// Other test files give AwakeControllerTestAccess members of their own (power, views); the
+// member names here stay distinct from theirs so that no two inline bodies ever compete.
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
