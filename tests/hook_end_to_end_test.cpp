@@ -19,6 +19,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
 #include "agents/agent_kind.h"
 #include "testing/fakes.h"
 
@@ -507,6 +509,83 @@ TEST(HookHostileInput, AnUnwritableSessionsFolderIsLeftAlone) {
     const std::string ok = R"({"hook_event_name":"Stop","session_id":"s1","cwd":"/tmp"})";
     expectQuietSuccess(runHook({"claude"}, ok, h.env(), h.scratch), "read-only sessions");
     EXPECT_TRUE(fs::is_empty(h.sessions));
+}
+
+// ---- duskwell connect / disconnect ------------------------------------------------------------
+
+const std::string kCli = std::string(DUSKWELL_BIN_DIR) + "/duskwell-cli";
+
+HookRun runCli(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& scratch) {
+    const std::string out = scratch + "/cli.out", err = scratch + "/cli.err";
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    std::vector<std::string> argv{kCli};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<std::string> envCopy = env;
+    auto cargs = cstrings(argv);
+    auto cenv = cstrings(envCopy);
+    HookRun r;
+    pid_t pid = -1;
+    if (posix_spawn(&pid, kCli.c_str(), &fa, nullptr, cargs.data(), cenv.data()) == 0) waitpid(pid, &r.status, 0);
+    posix_spawn_file_actions_destroy(&fa);
+    r.out = readFile(out).value_or("?");
+    r.err = readFile(err).value_or("?");
+    return r;
+}
+
+int exitCode(const HookRun& r) { return WIFEXITED(r.status) ? WEXITSTATUS(r.status) : -1; }
+
+TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
+    AgentHome h;
+    fs::remove(h.home + "/.duskwell/hook");
+    fs::create_directories(h.home + "/.codex");
+    const auto env = h.environment();
+
+    const HookRun connect = runCli({"connect", "codex"}, env, h.home);
+    ASSERT_EQ(exitCode(connect), 0) << connect.err;
+    EXPECT_NE(connect.out.find("review and trust"), std::string::npos) << connect.out;
+    EXPECT_EQ(readFile(h.home + "/.duskwell/hook"), readFile(kHook)) << "the shipped program beside the command";
+    EXPECT_EQ(fs::status(h.home + "/.duskwell/hook").permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+
+    // Run the very command the settings file now registers, as Codex would.
+    const auto settings = nlohmann::json::parse(readFile(h.home + "/.codex/hooks.json").value());
+    const std::string command = settings["hooks"]["Stop"][0]["hooks"][0]["command"];
+    EXPECT_EQ(command, h.home + "/.duskwell/hook codex");
+    Child agent({h.standIn("codex"), "-c", R"(while read -r ev; do /bin/bash -lc "$CMD" < "$ev"; echo ok; done)"},
+                [&] { auto e = env; e.push_back("CMD=" + command); return e; }(), h.project, h.home + "/agent.stderr");
+    agent.send(h.event("stop", codexEvent("Stop", h.project)) + "\n");
+    ASSERT_EQ(agent.readLine(), "ok");
+    const auto record = h.record("codex-019d036d-c7fa-72d2-b6fd-78878bfe34e4");
+    ASSERT_TRUE(record.has_value());
+    EXPECT_EQ(firstLine(*record).event, "Stop");
+    EXPECT_EQ(firstLine(*record).pid, agent.pid());
+    agent.finish();
+
+    const HookRun disconnect = runCli({"disconnect", "codex"}, env, h.home);
+    ASSERT_EQ(exitCode(disconnect), 0) << disconnect.err;
+    EXPECT_EQ(readFile(h.home + "/.codex/hooks.json").value_or("").find("/.duskwell/hook"), std::string::npos);
+}
+
+TEST(ConnectCommand, AnswersUsageAndFailureWithTheirExitCodes) {
+    AgentHome h;
+    const auto env = h.environment();
+    EXPECT_EQ(exitCode(runCli({"connect"}, env, h.home)), 2);
+    EXPECT_EQ(exitCode(runCli({"connect", "gemini"}, env, h.home)), 2);
+    EXPECT_EQ(exitCode(runCli({"disconnect", "claude", "codex"}, env, h.home)), 2);
+
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.home + "/.claude/settings.json", "[1]");
+    const HookRun broken = runCli({"connect", "claude"}, env, h.home);
+    EXPECT_EQ(exitCode(broken), 1);
+    EXPECT_EQ(broken.err, "duskwell: Can't parse settings file: " + h.home + "/.claude/settings.json\n");
+    EXPECT_EQ(readFile(h.home + "/.claude/settings.json"), "[1]");
+
+    // Disconnecting an agent that was never connected is no error and creates nothing.
+    EXPECT_EQ(exitCode(runCli({"disconnect", "codex"}, env, h.home)), 0);
+    EXPECT_FALSE(fs::exists(h.home + "/.codex"));
 }
 
 }  // namespace
