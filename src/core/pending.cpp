@@ -30,11 +30,6 @@ void AwakeController::writeStatusFile() {}
 std::string AwakeController::statusLine() const { return {}; }
 // ---- end awaited by the session ----
 
-// ---- agent hooks ----
-void AwakeController::refreshIntegrations() {}
-void AwakeController::refreshHookScript() {}
-// ---- end agent hooks ----
-
 // ---- command surfaces ----
 void AwakeController::refreshCLI() {}
 // ---- end command surfaces ----
