@@ -14,12 +14,6 @@ bool PowerHelper::isInstalled() { return false; }
 void AwakeController::recoverPowerSettings() {}
 // ---- end power ----
 
-// ---- agent monitor ----
-AgentMonitor::AgentMonitor() = default;
-AgentMonitor::~AgentMonitor() = default;
-std::unique_ptr<ProcessSource> makePlatformProcessSource() { return nullptr; }
-// ---- end agent monitor ----
-
 // ---- phone ----
 PhoneNotifier::PhoneNotifier() = default;
 PhoneNotifier::~PhoneNotifier() = default;
