@@ -2,13 +2,23 @@
 // synthetic 500-process table.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <string>
 
 #include "agents/agent_scan.h"
 #include "agents/process_table.h"
 
 #ifdef __linux__
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
 #include "agents/proc_process_source.h"
+
+extern char** environ;
 #endif
 
 namespace duskwell {
@@ -55,7 +65,38 @@ void BM_ClassifySyntheticTable(benchmark::State& state) {
 BENCHMARK(BM_ClassifySyntheticTable)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 
 #ifdef __linux__
+// Idle `sleep` processes that bring the machine's table up to the size under test; they
+// end with the benchmark.
+class ExtraProcesses {
+public:
+    explicit ExtraProcesses(int count) {
+        char path[] = "/bin/sleep";
+        char seconds[] = "600";
+        char* argv[] = {path, seconds, nullptr};
+        for (int i = 0; i < count; ++i) {
+            pid_t pid = -1;
+            if (::posix_spawn(&pid, path, nullptr, nullptr, argv, environ) == 0) pids_.push_back(pid);
+        }
+    }
+    ~ExtraProcesses() {
+        for (const pid_t pid : pids_) ::kill(pid, SIGKILL);
+        for (const pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
+    }
+
+private:
+    std::vector<pid_t> pids_;
+};
+
+int processCount() {
+    ProcSourceOptions options;
+    options.nvidiaSmi = "";
+    return static_cast<int>(makeProcProcessSource(options)->sample().processes.size());
+}
+
+// Argument: the table size to measure at (0 = the machine as it is).
 void BM_LinuxProcSample(benchmark::State& state) {
+    const int target = static_cast<int>(state.range(0));
+    ExtraProcesses extra(target > 0 ? std::max(0, target - processCount()) : 0);
     ProcSourceOptions options;
     options.nvidiaSmi = "";  // a spawned tool would dominate; it runs only where a GPU is
     auto source = makeProcProcessSource(options);
@@ -67,10 +108,12 @@ void BM_LinuxProcSample(benchmark::State& state) {
     }
     state.counters["processes"] = static_cast<double>(processes);
 }
-BENCHMARK(BM_LinuxProcSample)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_LinuxProcSample)->Arg(0)->Arg(500)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 
 // A sample with the classification, as one monitor scan does it.
 void BM_LinuxFullScan(benchmark::State& state) {
+    const int target = static_cast<int>(state.range(0));
+    ExtraProcesses extra(target > 0 ? std::max(0, target - processCount()) : 0);
     ProcSourceOptions options;
     options.nvidiaSmi = "";
     auto source = makeProcProcessSource(options);
@@ -81,7 +124,7 @@ void BM_LinuxFullScan(benchmark::State& state) {
         benchmark::DoNotOptimize(r.snapshot);
     }
 }
-BENCHMARK(BM_LinuxFullScan)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_LinuxFullScan)->Arg(0)->Arg(500)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 #endif
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,15 +33,48 @@ private:
 
 class Fd {
 public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() { if (fd_ >= 0) ::close(fd_); }
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    ~Fd() { reset(); }
+    Fd(Fd&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
+    Fd& operator=(Fd&& o) noexcept {
+        if (this != &o) {
+            reset();
+            fd_ = o.fd_;
+            o.fd_ = -1;
+        }
+        return *this;
+    }
     Fd(const Fd&) = delete;
     Fd& operator=(const Fd&) = delete;
     int get() const { return fd_; }
+    void reset() {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+    }
 
 private:
     int fd_;
 };
+
+// The whole of a small /proc file through a descriptor kept open: false once its process
+// has gone (the kernel answers ESRCH), even if the pid was taken again since.
+bool preadAll(int fd, std::string& out, size_t cap) {
+    out.resize(cap);
+    ssize_t n;
+    do n = ::pread(fd, out.data(), cap, 0);
+    while (n < 0 && errno == EINTR);
+    if (n <= 0) return false;
+    out.resize(static_cast<size_t>(n));
+    return true;
+}
+
+// Descriptors the source may keep open between samples: a quarter of the soft limit, so
+// the rest of the program never runs short.
+size_t descriptorBudget() {
+    rlimit rl{};
+    if (::getrlimit(RLIMIT_NOFILE, &rl) != 0 || rl.rlim_cur == RLIM_INFINITY) return 1024;
+    return static_cast<size_t>(rl.rlim_cur / 4);
+}
 
 // Reads at most `cap` bytes of a file into `out`; false when it cannot be opened or read.
 bool readFile(const std::string& path, std::string& out, size_t cap) {
@@ -118,12 +152,27 @@ public:
         if (dir.get()) {
             std::string text;
             std::string base;
+            size_t kept = 0;
             while (const dirent* e = ::readdir(dir.get())) {
                 if (!allDigits(e->d_name)) continue;
                 base = options_.procRoot + "/" + e->d_name;
-                if (!readFile(base + "/stat", text, 4096)) continue;  // gone since the listing
+                // The stat file stays open between samples (opening costs as much as
+                // reading); a descriptor whose process is gone fails and is replaced.
+                const auto listed = static_cast<std::int32_t>(std::atol(e->d_name));
+                Fd statFd;
+                if (auto it = previous_.find(listed); it != previous_.end()) statFd = std::move(it->second.statFd);
+                if (statFd.get() < 0 || !preadAll(statFd.get(), text, 1024)) {
+                    statFd = Fd(::open((base + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+                    if (statFd.get() < 0 || !preadAll(statFd.get(), text, 1024)) continue;  // gone since the listing
+                }
+                if (kept >= budget_) statFd.reset();
+                else ++kept;
                 const auto stat = ProcParsers::parseStat(text);
-                if (!stat || stat->kernelThread()) continue;
+                if (!stat || stat->pid != listed) continue;
+                if (stat->kernelThread()) {  // never an agent; kept only for its descriptor
+                    current[listed] = {0, stat->startTime, {}, {}, std::move(statFd)};
+                    continue;
+                }
 
                 ProcessInfo p;
                 p.pid = stat->pid;
@@ -144,7 +193,7 @@ public:
                 }
                 if (ProcParsers::isScriptHost(baseName(p.exe)) && readFile(base + "/cmdline", text, 64 * 1024))
                     p.args = ProcParsers::joinCmdline(text);
-                current[stat->pid] = {stat->cpuTicks, stat->startTime, stat->comm, p.exe};
+                current[stat->pid] = {stat->cpuTicks, stat->startTime, stat->comm, p.exe, std::move(statFd)};
                 table.processes.push_back(std::move(p));
             }
         }
@@ -161,6 +210,7 @@ private:
         std::uint64_t startTime = 0;
         std::string comm;
         std::string exe;
+        Fd statFd;
     };
 
     // Only the trees of recognised agents are ever summed, so only their processes' byte
@@ -216,6 +266,7 @@ private:
     }
 
     ProcSourceOptions options_;
+    size_t budget_ = descriptorBudget();
     std::unordered_map<std::int32_t, Previous> previous_;
     std::optional<double> previousWall_;
 };

@@ -1,7 +1,12 @@
 // The /proc source against a fake /proc tree (Linux builds only).
 #ifdef __linux__
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include <filesystem>
 
@@ -152,6 +157,25 @@ TEST(ProcSource, TheRealProcFindsThisProcess) {
     ASSERT_NE(it, t.processes.end());
     EXPECT_EQ(it->ppid, static_cast<std::int32_t>(::getppid()));
     EXPECT_NE(it->exe.find("duskwell_tests"), std::string::npos);
+}
+
+TEST(ProcSource, AProcessThatEndsBetweenSamplesDisappears) {
+    ProcSourceOptions options;
+    options.nvidiaSmi = "";
+    auto source = makeProcProcessSource(options);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::pause();
+        ::_exit(0);
+    }
+    auto has = [&](const ProcessTable& t) {
+        return std::any_of(t.processes.begin(), t.processes.end(), [&](const ProcessInfo& p) { return p.pid == child; });
+    };
+    EXPECT_TRUE(has(source->sample()));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_FALSE(has(source->sample()));
 }
 
 }  // namespace
