@@ -1,11 +1,7 @@
 // duskwell agents [--json]: what Duskwell sees right now, measured by this process itself,
 // so it works whether or not the app runs.
-#include <pwd.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <iomanip>
 #include <iostream>
@@ -14,100 +10,14 @@
 #include <thread>
 
 #include "agents/agent_monitor.h"
-#include "agents/process_table.h"
 #include "cli_command.h"
-#include "core/clock.h"
-#include "core/dispatcher.h"
 #include "core/localization.h"
-#include "core/platform.h"
-#include "core/services.h"
-#include "power/command_runner_posix.h"
 
 namespace duskwell::cli {
 namespace {
 
 // CPU is measured between two samples; one second apart keeps the command under two.
 constexpr auto kSampleGap = std::chrono::milliseconds(1000);
-
-// The few services a scan needs, installed for the command's run. The scan uses the
-// clock, the home folder (session records), the process source and, on macOS, the command
-// runner; the dispatcher is only there because the monitor asks for its queue.
-class SystemClock final : public Clock {
-public:
-    Date now() const override { return std::chrono::system_clock::now(); }
-};
-
-class InlineQueue final : public SerialQueue {
-public:
-    void post(Task task) override { task(); }
-};
-
-class InlineDispatcher final : public Dispatcher {
-public:
-    void post(Task task) override { task(); }
-    void postAfter(double, Task task) override { task(); }
-    std::unique_ptr<TimerHandle> scheduleRepeating(double, Task) override { return nullptr; }
-    std::unique_ptr<SerialQueue> makeSerialQueue(const std::string&) override {
-        return std::make_unique<InlineQueue>();
-    }
-};
-
-std::string homeFolder() {
-    if (const char* h = std::getenv("HOME"); h && *h) return h;
-    if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
-    return "/";
-}
-
-// Who and where the user is; everything else a terminal command never needs answers neutrally.
-class ScanPlatform final : public Platform {
-public:
-    std::string homeDirectory() const override { return homeFolder(); }
-    std::string userName() const override {
-        const passwd* pw = ::getpwuid(::getuid());
-        return pw && pw->pw_name ? pw->pw_name : "";
-    }
-    int processId() const override { return static_cast<int>(::getpid()); }
-    std::vector<std::string> preferredLanguages() const override {
-        for (const char* var : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"}) {
-            const char* v = std::getenv(var);
-            if (!v || !*v) continue;
-            std::string tag(v);
-            return {tag.substr(0, tag.find(':'))};
-        }
-        return {};
-    }
-    bool runningFromBundle() const override { return false; }
-    std::string bundleIdentifier() const override { return {}; }
-    std::optional<std::string> resourcePath(const std::string&) const override { return std::nullopt; }
-    void requestNotificationAuthorization() override {}
-    void notificationPermission(std::function<void(NotificationPermission)> completion) override {
-        completion(NotificationPermission::denied);
-    }
-    void postNotification(const std::string&, const std::string&) override {}
-    bool loginItemEnabled() const override { return false; }
-    std::optional<std::string> setLoginItem(bool) override { return std::string("unsupported"); }
-    bool openURL(const std::string&) override { return false; }
-    AdminResult runAsAdmin(const std::string&, const std::string&) override { return {}; }
-};
-
-struct ScanServices {
-    SystemClock clock;
-    InlineDispatcher dispatcher;
-    PosixCommandRunner commands;
-    ScanPlatform platform;
-    std::unique_ptr<ProcessSource> processes = makePlatformProcessSource();
-    std::unique_ptr<ServicesScope> scope;
-
-    ScanServices() {
-        Services s;
-        s.clock = &clock;
-        s.dispatcher = &dispatcher;
-        s.commands = &commands;
-        s.platform = &platform;
-        s.processes = processes.get();
-        scope = std::make_unique<ServicesScope>(s);
-    }
-};
 
 std::string isoUtc(Date d) {
     const std::time_t t = std::chrono::system_clock::to_time_t(d);
@@ -197,7 +107,7 @@ int runAgents(const std::vector<std::string>& args) {
         else return fail(usage, "agents: unknown option '" + a + "' (usage: duskwell agents [--json])");
     }
 
-    ScanServices installed;
+    // The real services main() installed: /proc (or ps/nettop) and the user's home.
     AgentMonitor monitor;
     monitor.scanNow();  // the baseline for CPU and byte counters
     std::this_thread::sleep_for(kSampleGap);
