@@ -1,5 +1,5 @@
-// CPU cost of a scan: one real /proc sample on this machine, and the classification of a
-// synthetic 500-process table.
+// CPU cost of classifying a synthetic 500-process table (the /proc sample is measured in
+// process_source_linux_bench.cpp).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -8,18 +8,6 @@
 #include "agents/agent_scan.h"
 #include "agents/process_table.h"
 
-#ifdef __linux__
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <vector>
-
-#include "agents/proc_process_source.h"
-
-extern char** environ;
-#endif
 
 namespace duskwell {
 namespace {
@@ -64,68 +52,6 @@ void BM_ClassifySyntheticTable(benchmark::State& state) {
 }
 BENCHMARK(BM_ClassifySyntheticTable)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
 
-#ifdef __linux__
-// Idle `sleep` processes that bring the machine's table up to the size under test; they
-// end with the benchmark.
-class ExtraProcesses {
-public:
-    explicit ExtraProcesses(int count) {
-        char path[] = "/bin/sleep";
-        char seconds[] = "600";
-        char* argv[] = {path, seconds, nullptr};
-        for (int i = 0; i < count; ++i) {
-            pid_t pid = -1;
-            if (::posix_spawn(&pid, path, nullptr, nullptr, argv, environ) == 0) pids_.push_back(pid);
-        }
-    }
-    ~ExtraProcesses() {
-        for (const pid_t pid : pids_) ::kill(pid, SIGKILL);
-        for (const pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
-    }
-
-private:
-    std::vector<pid_t> pids_;
-};
-
-int processCount() {
-    ProcSourceOptions options;
-    options.nvidiaSmi = "";
-    return static_cast<int>(makeProcProcessSource(options)->sample().processes.size());
-}
-
-// Argument: the table size to measure at (0 = the machine as it is).
-void BM_LinuxProcSample(benchmark::State& state) {
-    const int target = static_cast<int>(state.range(0));
-    ExtraProcesses extra(target > 0 ? std::max(0, target - processCount()) : 0);
-    ProcSourceOptions options;
-    options.nvidiaSmi = "";  // a spawned tool would dominate; it runs only where a GPU is
-    auto source = makeProcProcessSource(options);
-    size_t processes = 0;
-    for (auto _ : state) {
-        ProcessTable t = source->sample();
-        processes = t.processes.size();
-        benchmark::DoNotOptimize(t);
-    }
-    state.counters["processes"] = static_cast<double>(processes);
-}
-BENCHMARK(BM_LinuxProcSample)->Arg(0)->Arg(500)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
-
-// A sample with the classification, as one monitor scan does it.
-void BM_LinuxFullScan(benchmark::State& state) {
-    const int target = static_cast<int>(state.range(0));
-    ExtraProcesses extra(target > 0 ? std::max(0, target - processCount()) : 0);
-    ProcSourceOptions options;
-    options.nvidiaSmi = "";
-    auto source = makeProcProcessSource(options);
-    ScanMemory memory;
-    for (auto _ : state) {
-        ScanResult r = classify(source->sample(), {}, memory, Date{});
-        memory = std::move(r.memory);
-        benchmark::DoNotOptimize(r.snapshot);
-    }
-}
-BENCHMARK(BM_LinuxFullScan)->Arg(0)->Arg(500)->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
-#endif
 
 }  // namespace
 }  // namespace duskwell
