@@ -13,12 +13,6 @@ namespace duskwell {
 void AwakeController::stop(std::optional<std::string>) {}
 // ---- end session stop ----
 
-// ---- agent monitor ----
-AgentMonitor::AgentMonitor() = default;
-AgentMonitor::~AgentMonitor() = default;
-std::unique_ptr<ProcessSource> makePlatformProcessSource() { return nullptr; }
-// ---- end agent monitor ----
-
 // ---- phone ----
 PhoneNotifier::PhoneNotifier() = default;
 PhoneNotifier::~PhoneNotifier() = default;
