@@ -9,12 +9,6 @@
 
 namespace duskwell {
 
-// ---- agent monitor ----
-AgentMonitor::AgentMonitor() = default;
-AgentMonitor::~AgentMonitor() = default;
-std::unique_ptr<ProcessSource> makePlatformProcessSource() { return nullptr; }
-// ---- end agent monitor ----
-
 // ---- phone ----
 PhoneNotifier::PhoneNotifier() = default;
 PhoneNotifier::~PhoneNotifier() = default;
@@ -22,7 +16,6 @@ std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
 // ---- end phone ----
 
 // ---- awaited by the session (each line goes when its owner lands) ----
-void AgentMonitor::scan(std::function<void(AgentSnapshot)>) {}
 void PhoneNotifier::setEnabled(bool) {}
 void PhoneNotifier::send(const std::string&, const std::string&, const std::vector<std::string>&, int, bool, bool) {}
 void PhoneNotifier::poll(std::function<void(Command)>) {}
