@@ -3,8 +3,6 @@
 #include "agents/agent_monitor.h"
 #include "core/awake_controller.h"
 #include "core/dispatcher.h"
-#include "phone/http_client.h"
-#include "phone/phone_notifier.h"
 #include "power/power_helper.h"
 
 namespace duskwell {
@@ -19,12 +17,6 @@ AgentMonitor::AgentMonitor() = default;
 AgentMonitor::~AgentMonitor() = default;
 std::unique_ptr<ProcessSource> makePlatformProcessSource() { return nullptr; }
 // ---- end agent monitor ----
-
-// ---- phone ----
-PhoneNotifier::PhoneNotifier() = default;
-PhoneNotifier::~PhoneNotifier() = default;
-std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
-// ---- end phone ----
 
 // ---- session, tick, permissions ----
 void AwakeController::onTick() {}
