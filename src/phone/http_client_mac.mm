@@ -32,7 +32,8 @@ public:
               completionHandler:^(NSData* data, NSURLResponse* response, NSError* error) {
                 HttpResponse out;
                 if (error != nil) {
-                    out.error = std::string(error.localizedDescription.UTF8String ?: "");
+                    const char* reason = error.localizedDescription.UTF8String;
+                    out.error = std::string(reason != nullptr ? reason : "");
                 } else {
                     if ([response isKindOfClass:[NSHTTPURLResponse class]]) {
                         out.status = static_cast<int>(((NSHTTPURLResponse*)response).statusCode);
