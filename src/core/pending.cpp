@@ -24,11 +24,6 @@ void AwakeController::refreshPermissions() {}
 void AwakeController::scanAgents() {}
 // ---- end session ----
 
-// ---- agent hooks ----
-void AwakeController::refreshIntegrations() {}
-void AwakeController::refreshHookScript() {}
-// ---- end agent hooks ----
-
 // ---- command surfaces ----
 void AwakeController::refreshCLI() {}
 // ---- end command surfaces ----

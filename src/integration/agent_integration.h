@@ -3,23 +3,44 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "agents/agent_kind.h"
 
 namespace duskwell {
 
-// Adds and removes our hook in the agents' own settings files.
+// Adds and removes our hook in the agents' own settings files, and installs the hook
+// program those entries run. Every operation runs on the caller's thread and touches only
+// the files named here; none throws.
 namespace AgentIntegration {
 
+// The tail of the installed hook's path: any hook entry whose command holds it is ours.
 inline constexpr const char* marker = "/.duskwell/hook";
 
+// ~/.claude/settings.json for claude, ~/.codex/hooks.json for codex, nothing otherwise.
 std::optional<std::string> configFile(AgentKind kind);
 std::vector<std::string> events(AgentKind kind);
+// The command registered for a kind: "<home>/.duskwell/hook <kind>".
+std::string hookCommand(AgentKind kind);
+
+// The agent is set up here: the folder of its settings file exists.
 bool isAvailable(AgentKind kind);
+// The settings file mentions our hook anywhere.
 bool isInstalled(AgentKind kind);
+
 // Each answers the user-facing error text on failure, nothing on success.
 std::optional<std::string> install(AgentKind kind);
 std::optional<std::string> uninstall(AgentKind kind);
+// Copies the shipped hook program to ~/.duskwell/hook (mode 0755) and creates the
+// sessions folder.
 std::optional<std::string> installScript();
+
+// A settings file as a JSON object; a missing (or blank) file reads as an empty object.
+// On failure `settings` is left as it was and the error text is answered.
+std::optional<std::string> load(const std::string& path, nlohmann::json& settings);
+// Writes `settings` pretty-printed with sorted keys, atomically, keeping the file's mode;
+// first copies the file to "<path>.duskwell-backup" unless that backup already exists.
+std::optional<std::string> save(const nlohmann::json& settings, const std::string& path);
 
 }  // namespace AgentIntegration
 }  // namespace duskwell

@@ -1,0 +1,317 @@
+#include "integration/agent_integration.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "core/localization.h"
+#include "testing/fakes.h"
+
+namespace duskwell {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::readFile;
+using testing::TestEnvironment;
+using testing::writeFile;
+
+// A temporary HOME with the agent's folder and a shipped hook program to install.
+struct HookHome {
+    TestEnvironment env;
+    std::string home = env.home.path();
+    std::string shipped = home + "/bundle/duskwell-hook";
+
+    HookHome() {
+        fs::create_directories(home + "/bundle");
+        writeFile(shipped, "#!/bin/sh\n# hook v2\n");
+        env.platform.resources["duskwell-hook"] = shipped;
+    }
+    std::string claudeFile() const { return home + "/.claude/settings.json"; }
+    std::string codexFile() const { return home + "/.codex/hooks.json"; }
+    std::string ownCommand(const std::string& kind) const { return home + "/.duskwell/hook " + kind; }
+    json read(const std::string& path) const { return json::parse(readFile(path).value_or("null")); }
+};
+
+json ownGroup(const std::string& command) {
+    return json::parse(R"({"hooks":[{"type":"command","command":")" + command + R"(","timeout":5}]})");
+}
+
+int ownGroupCount(const json& groups) {
+    int n = 0;
+    for (const auto& g : groups)
+        if (g.dump().find("/.duskwell/hook") != std::string::npos) ++n;
+    return n;
+}
+
+const char* kUserSettings = R"json({
+  "model": "opus",
+  "env": {"PROXY": "http://localhost:8080/v1"},
+  "permissions": {"allow": ["Bash(ls:*)"]},
+  "hooks": {
+    "Stop": [{"matcher": "", "hooks": [{"type": "command", "command": "say done"}]}],
+    "PreToolUse": [{"matcher": "Bash", "hooks": [{"type": "command", "command": "/usr/local/bin/guard", "timeout": 30}]}],
+    "Notification": [{"hooks": [{"type": "http", "url": "https://example.com/hook"}]}]
+  }
+})json";
+
+TEST(AgentIntegrationPaths, NameEachAgentsSettingsFileAndEvents) {
+    HookHome h;
+    EXPECT_EQ(AgentIntegration::configFile(AgentKind::claude), h.claudeFile());
+    EXPECT_EQ(AgentIntegration::configFile(AgentKind::codex), h.codexFile());
+    EXPECT_EQ(AgentIntegration::configFile(AgentKind::gemini), std::nullopt);
+    EXPECT_EQ(AgentIntegration::events(AgentKind::claude),
+              (std::vector<std::string>{"UserPromptSubmit", "PostToolUse", "Notification", "Stop", "SessionEnd"}));
+    EXPECT_EQ(AgentIntegration::events(AgentKind::codex),
+              (std::vector<std::string>{"UserPromptSubmit", "PostToolUse", "Stop"}));
+    EXPECT_EQ(AgentIntegration::hookCommand(AgentKind::codex), h.ownCommand("codex"));
+}
+
+TEST(AgentIntegrationPaths, AvailableWhenTheAgentsFolderExists) {
+    HookHome h;
+    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::claude));
+    fs::create_directories(h.home + "/.claude");
+    EXPECT_TRUE(AgentIntegration::isAvailable(AgentKind::claude)) << "the file itself need not exist";
+    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::codex));
+    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::ollama));
+}
+
+TEST(AgentIntegrationPaths, InstalledMeansTheFileMentionsTheMarker) {
+    HookHome h;
+    EXPECT_FALSE(AgentIntegration::isInstalled(AgentKind::claude)) << "missing file";
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), R"({"note": "once ran /old/.duskwell/hook by hand"})");
+    EXPECT_TRUE(AgentIntegration::isInstalled(AgentKind::claude));
+    writeFile(h.claudeFile(), R"({"hooks": {}})");
+    EXPECT_FALSE(AgentIntegration::isInstalled(AgentKind::claude));
+}
+
+TEST(AgentIntegrationInstall, IntoAMissingFileWritesOnlyHooksAndNoBackup) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+
+    const json settings = h.read(h.claudeFile());
+    ASSERT_TRUE(settings.is_object());
+    EXPECT_EQ(settings.size(), 1u);
+    const json& hooks = settings.at("hooks");
+    EXPECT_EQ(hooks.size(), 5u);
+    for (const auto& event : AgentIntegration::events(AgentKind::claude))
+        EXPECT_EQ(hooks.at(event), json::array({ownGroup(h.ownCommand("claude"))})) << event;
+    EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup"));
+    EXPECT_TRUE(AgentIntegration::isInstalled(AgentKind::claude));
+}
+
+TEST(AgentIntegrationInstall, InstallsTheHookProgramFirst) {
+    HookHome h;
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    const std::string installed = h.home + "/.duskwell/hook";
+    EXPECT_EQ(readFile(installed), readFile(h.shipped));
+    EXPECT_EQ(fs::status(installed).permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+    EXPECT_TRUE(fs::is_directory(h.home + "/.duskwell/sessions"));
+
+    // A newer app replaces the program and leaves it executable.
+    writeFile(h.shipped, "#!/bin/sh\n# hook v3\n");
+    fs::permissions(installed, static_cast<fs::perms>(0500), fs::perm_options::replace);
+    ASSERT_EQ(AgentIntegration::installScript(), std::nullopt);
+    EXPECT_EQ(readFile(installed), "#!/bin/sh\n# hook v3\n");
+    EXPECT_EQ(fs::status(installed).permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+}
+
+TEST(AgentIntegrationInstall, WithoutTheShippedProgramFailsAndWritesNothing) {
+    HookHome h;
+    h.env.platform.resources.clear();
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), kUserSettings);
+    EXPECT_EQ(AgentIntegration::install(AgentKind::claude), "Hook script missing from the app.");
+    EXPECT_EQ(readFile(h.claudeFile()), kUserSettings);
+    EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup"));
+    EXPECT_FALSE(fs::exists(h.home + "/.duskwell/hook"));
+
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(AgentIntegration::installScript(), "앱 번들에 훅 스크립트가 없습니다.");
+    Locale::overrideForTesting(std::nullopt);
+}
+
+TEST(AgentIntegrationInstall, KeepsTheUsersHooksAndKeysAndAppendsOurGroupLast) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), kUserSettings);
+    const json before = json::parse(kUserSettings);
+
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    const json after = h.read(h.claudeFile());
+    for (const char* key : {"model", "env", "permissions"}) EXPECT_EQ(after.at(key), before.at(key)) << key;
+    EXPECT_EQ(after["hooks"]["PreToolUse"], before["hooks"]["PreToolUse"]) << "an event we do not hook";
+    ASSERT_EQ(after["hooks"]["Stop"].size(), 2u);
+    EXPECT_EQ(after["hooks"]["Stop"][0], before["hooks"]["Stop"][0]);
+    EXPECT_EQ(after["hooks"]["Stop"][1], ownGroup(h.ownCommand("claude")));
+    ASSERT_EQ(after["hooks"]["Notification"].size(), 2u);
+    EXPECT_EQ(after["hooks"]["Notification"][0], before["hooks"]["Notification"][0]) << "another tool's http hook";
+
+    // The backup holds the file exactly as the user left it.
+    EXPECT_EQ(readFile(h.claudeFile() + ".duskwell-backup"), kUserSettings);
+}
+
+TEST(AgentIntegrationInstall, WritesSortedPrettyJsonWithPlainSlashes) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), kUserSettings);
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    const std::string text = readFile(h.claudeFile()).value();
+    EXPECT_EQ(text.find("\\/"), std::string::npos);
+    EXPECT_NE(text.find("\"http://localhost:8080/v1\""), std::string::npos);
+    EXPECT_NE(text.find("\n  \"env\": {\n    \"PROXY\""), std::string::npos) << text;
+    EXPECT_LT(text.find("\"env\""), text.find("\"hooks\""));
+    EXPECT_LT(text.find("\"hooks\""), text.find("\"model\""));
+    EXPECT_LT(text.find("\"model\""), text.find("\"permissions\""));
+    EXPECT_EQ(text.back(), '\n');
+}
+
+TEST(AgentIntegrationInstall, TwiceLeavesOneGroupPerEventAndReplacesAnOlderCommand) {
+    HookHome h;
+    fs::create_directories(h.home + "/.codex");
+    writeFile(h.codexFile(), R"({"hooks": {"Stop": [
+        {"hooks": [{"type": "command", "command": "/Users/old/.duskwell/hook codex --v1", "timeout": 9}]},
+        {"hooks": [{"type": "command", "command": "notify-send done"}]}]}})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    const json hooks = h.read(h.codexFile()).at("hooks");
+    EXPECT_EQ(hooks.size(), 3u);
+    for (const auto& event : AgentIntegration::events(AgentKind::codex)) EXPECT_EQ(ownGroupCount(hooks.at(event)), 1) << event;
+    ASSERT_EQ(hooks.at("Stop").size(), 2u);
+    EXPECT_EQ(hooks["Stop"][0]["hooks"][0]["command"], "notify-send done");
+    EXPECT_EQ(hooks["Stop"][1], ownGroup(h.ownCommand("codex")));
+}
+
+TEST(AgentIntegrationInstall, KeepsTheFilesModeAndALinkedFileStaysALink) {
+    HookHome h;
+    fs::create_directories(h.home + "/dotfiles");
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.home + "/dotfiles/claude.json", R"({"model": "opus"})");
+    fs::permissions(h.home + "/dotfiles/claude.json", static_cast<fs::perms>(0600), fs::perm_options::replace);
+    fs::create_symlink(h.home + "/dotfiles/claude.json", h.claudeFile());
+
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    EXPECT_TRUE(fs::is_symlink(h.claudeFile()));
+    const json linked = h.read(h.home + "/dotfiles/claude.json");
+    EXPECT_EQ(linked.at("model"), "opus");
+    EXPECT_TRUE(linked.contains("hooks"));
+    EXPECT_EQ(fs::status(h.home + "/dotfiles/claude.json").permissions() & fs::perms::all, static_cast<fs::perms>(0600));
+    // No temporary file is left beside it.
+    int entries = 0;
+    for ([[maybe_unused]] const auto& e : fs::directory_iterator(h.home + "/dotfiles")) ++entries;
+    EXPECT_EQ(entries, 1);
+}
+
+TEST(AgentIntegrationErrors, ATopLevelArrayOrBrokenJsonFailsAndTouchesNothing) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    const std::string backup = h.claudeFile() + ".duskwell-backup";
+    for (const std::string& contents : {std::string("[1, 2]"), std::string("{\"hooks\": {"), std::string("\"text\"")}) {
+        writeFile(h.claudeFile(), contents);
+        EXPECT_EQ(AgentIntegration::install(AgentKind::claude), "Can't parse settings file: " + h.claudeFile()) << contents;
+        EXPECT_EQ(AgentIntegration::uninstall(AgentKind::claude), "Can't parse settings file: " + h.claudeFile()) << contents;
+        EXPECT_EQ(readFile(h.claudeFile()), contents);
+        EXPECT_FALSE(fs::exists(backup));
+    }
+
+    // An older backup stays exactly as it was.
+    writeFile(backup, "{\"original\": true}");
+    writeFile(h.claudeFile(), "[]");
+    EXPECT_NE(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(readFile(backup), "{\"original\": true}");
+
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(AgentIntegration::install(AgentKind::claude), "설정 파일 형식을 읽을 수 없습니다: " + h.claudeFile());
+    Locale::overrideForTesting(std::nullopt);
+}
+
+TEST(AgentIntegrationErrors, AnUnreadableFileReportsWhyAndWhere) {
+    HookHome h;
+    fs::create_directories(h.claudeFile());  // a folder where the file should be
+    const auto error = AgentIntegration::install(AgentKind::claude);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_NE(error->find(h.claudeFile()), std::string::npos) << *error;
+    EXPECT_NE(error->find("Can't read settings file"), std::string::npos) << *error;
+}
+
+TEST(AgentIntegrationBackup, IsMadeOnceAndNeverOverwritten) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), R"({"model": "first"})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    const std::string backup = h.claudeFile() + ".duskwell-backup";
+    EXPECT_EQ(readFile(backup), R"({"model": "first"})");
+
+    writeFile(h.claudeFile(), R"({"model": "second"})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    ASSERT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(readFile(backup), R"({"model": "first"})");
+    EXPECT_EQ(h.read(h.claudeFile()), json::parse(R"({"model": "second"})"));
+}
+
+TEST(AgentIntegrationUninstall, RestoresTheUsersFileInMeaning) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), kUserSettings);
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    ASSERT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(h.read(h.claudeFile()), json::parse(kUserSettings))
+        << "no empty UserPromptSubmit/PostToolUse/SessionEnd arrays are left behind";
+    EXPECT_FALSE(AgentIntegration::isInstalled(AgentKind::claude));
+}
+
+TEST(AgentIntegrationUninstall, DropsAHooksObjectThatOnlyHeldOurs) {
+    HookHome h;
+    fs::create_directories(h.home + "/.codex");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    ASSERT_EQ(AgentIntegration::uninstall(AgentKind::codex), std::nullopt);
+    EXPECT_EQ(h.read(h.codexFile()), json::object());
+}
+
+TEST(AgentIntegrationUninstall, RemovesOurGroupsFromEveryEventAndKeepsTheUsersEmptyLists) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), R"({"hooks": {
+        "SessionStart": [{"hooks": [{"type": "command", "command": "/home/x/.duskwell/hook claude"}]}],
+        "PreCompact": [],
+        "Stop": [{"hooks": [{"type": "command", "command": "say done"},
+                            {"type": "command", "command": "/home/x/.duskwell/hook claude"}]}]}})");
+    ASSERT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(h.read(h.claudeFile()), json::parse(R"({"hooks": {"PreCompact": []}})"))
+        << "a group holding our entry is ours, even beside another entry";
+}
+
+TEST(AgentIntegrationUninstall, OfAMissingFileCreatesNothing) {
+    HookHome h;
+    EXPECT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
+    EXPECT_FALSE(fs::exists(h.home + "/.claude"));
+    fs::create_directories(h.home + "/.codex");
+    EXPECT_EQ(AgentIntegration::uninstall(AgentKind::codex), std::nullopt);
+    EXPECT_FALSE(fs::exists(h.codexFile()));
+    EXPECT_FALSE(fs::exists(h.codexFile() + ".duskwell-backup"));
+}
+
+TEST(AgentIntegrationUninstall, LeavesAFileWithoutOurHookByteForByte) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    writeFile(h.claudeFile(), kUserSettings);
+    ASSERT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(readFile(h.claudeFile()), kUserSettings);
+    EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup"));
+}
+
+TEST(AgentIntegrationLoad, ABlankFileReadsAsEmptySettings) {
+    HookHome h;
+    fs::create_directories(h.home + "/.codex");
+    writeFile(h.codexFile(), "\n");
+    json settings = json::array();
+    EXPECT_EQ(AgentIntegration::load(h.codexFile(), settings), std::nullopt);
+    EXPECT_EQ(settings, json::object());
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    EXPECT_EQ(h.read(h.codexFile()).at("hooks").size(), 3u);
+}
+
+}  // namespace
+}  // namespace duskwell
