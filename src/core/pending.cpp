@@ -3,22 +3,11 @@
 #include "agents/agent_monitor.h"
 #include "core/awake_controller.h"
 #include "core/dispatcher.h"
-#include "phone/http_client.h"
-#include "phone/phone_notifier.h"
 #include "power/power_helper.h"
 
 namespace duskwell {
 
-// ---- phone ----
-PhoneNotifier::PhoneNotifier() = default;
-PhoneNotifier::~PhoneNotifier() = default;
-std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
-// ---- end phone ----
-
-// ---- awaited by the session (each line goes when its owner lands) ----
-void PhoneNotifier::setEnabled(bool) {}
-void PhoneNotifier::send(const std::string&, const std::string&, const std::vector<std::string>&, int, bool, bool) {}
-void PhoneNotifier::poll(std::function<void(Command)>) {}
+// ---- awaited by the session (goes when the command surfaces land) ----
 void AwakeController::writeStatusFile() {}
 std::string AwakeController::statusLine() const { return {}; }
 // ---- end awaited by the session ----
