@@ -38,8 +38,4 @@ void AwakeController::refreshIntegrations() {}
 void AwakeController::refreshHookScript() {}
 // ---- end agent hooks ----
 
-// ---- command surfaces ----
-void AwakeController::refreshCLI() {}
-// ---- end command surfaces ----
-
 }  // namespace duskwell
