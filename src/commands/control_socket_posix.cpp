@@ -324,15 +324,14 @@ ControlResponse sendControlRequest(const std::string& socketPath, const std::str
         }
         return response;
     }
-    if (sendAll(fd.get(), request + "\n") < 0) {
-        response.text = errnoText(errno);
-        return response;
-    }
+    // A server that refuses us answers and closes without reading: the send may fail,
+    // but its reply is still there to read.
+    const int sendErr = sendAll(fd.get(), request + "\n") < 0 ? errno : 0;
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::milliseconds(static_cast<long long>(timeoutSeconds * 1000));
     const auto line = readLine(fd.get(), 64 * 1024, deadline);
     if (!line) {
-        response.text = "no answer from Duskwell";
+        response.text = sendErr ? errnoText(sendErr) : "no answer from Duskwell";
         return response;
     }
     const auto reply = ControlProtocol::parse(*line);

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -205,6 +206,7 @@ int exchangeAs(uid_t uid, const std::string& socketPath, std::string& out) {
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::close(pipeFds[0]);
+        ::signal(SIGPIPE, SIG_IGN);  // the server may close before our write
         if (::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(3);
         const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
         if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
