@@ -197,17 +197,28 @@ int runStatus(const std::vector<std::string>& args) {
         if (a == "--json") json = true;
         else return fail(usage, "usage: duskwell status [--json]");
     }
-    const auto file = readStatusFile();
-    if (!file) return fail(refused, "Duskwell has not run yet for this user (no " + statusPath() + ")");
-
     // Whether the file is current: the app answers on its socket while it runs. Without a
     // socket (a Mac app reached by URL) an active file whose end is more than two minutes
     // past is stale, as a running app would have ended the session and rewritten it.
+    const bool haveSocket = pathExists(socketPath());
     bool live = true;
-    if (pathExists(socketPath())) {
+    if (haveSocket) {
         const auto r = sendControlRequest(socketPath(), std::string(ControlProtocol::ping), 5);
         live = r.outcome == ControlResponse::Outcome::replied && r.reply.kind == ReplyKind::ok;
-    } else {
+    }
+
+    auto file = readStatusFile();
+    // A daemon that has just started writes its first file within its first five ticks.
+    for (int i = 0; !file && haveSocket && live && i < 70; ++i) {
+        ::usleep(100'000);
+        file = readStatusFile();
+    }
+    if (!file) {
+        if (haveSocket && live) return fail(refused, "Duskwell is running but has not written " + statusPath() + " yet");
+        return fail(refused, "Duskwell has not run yet for this user (no " + statusPath() + ")");
+    }
+
+    if (!haveSocket) {
 #ifdef __APPLE__
         if (file->doc.value("active", false) && file->doc.contains("endsAt")) {
             const auto end = parseUTC(file->doc.value("endsAt", ""));
