@@ -1,0 +1,11 @@
+#pragma once
+#include <string>
+
+namespace duskwell {
+
+class AwakeController;
+
+// One line for the terminal: mode, whether a period runs, battery, lid and heat.
+std::string stateLine(const AwakeController& controller);
+
+}  // namespace duskwell

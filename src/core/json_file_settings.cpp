@@ -1,0 +1,73 @@
+#include "core/json_file_settings.h"
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace duskwell {
+
+JsonFileSettings::JsonFileSettings(std::string path) : path_(std::move(path)) { load(); }
+JsonFileSettings::~JsonFileSettings() = default;
+
+void JsonFileSettings::load() {
+    std::ifstream in(path_, std::ios::binary);
+    if (!in) return;  // no file yet: the defaults apply
+    std::ostringstream text;
+    text << in.rdbuf();
+    in.close();
+
+    const json doc = json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
+    if (doc.is_discarded() || !doc.is_object()) {
+        // Keep the user's bytes for inspection rather than overwriting them on the next set.
+        std::error_code ec;
+        fs::rename(path_, path_ + ".corrupt", ec);
+        return;
+    }
+
+    std::map<std::string, SettingValue> values;
+    json untouched = json::object();
+    for (const auto& [key, value] : doc.items()) {
+        if (value.is_boolean()) values[key] = value.get<bool>();
+        else if (value.is_number_integer()) values[key] = value.get<std::int64_t>();
+        else if (value.is_string()) values[key] = value.get<std::string>();
+        else untouched[key] = value;
+    }
+    replaceStored(std::move(values));
+    untouched_ = untouched.dump();
+}
+
+void JsonFileSettings::changed() {
+    json doc = untouched_.empty() ? json::object() : json::parse(untouched_, nullptr, false);
+    if (!doc.is_object()) doc = json::object();
+    for (const auto& [key, value] : stored())
+        std::visit([&, k = key](const auto& v) { doc[k] = v; }, value);
+
+    const fs::path target(path_);
+    std::error_code ec;
+    fs::create_directories(target.parent_path(), ec);
+    std::random_device rd;
+    const fs::path temp = target.string() + ".tmp" + std::to_string(rd());
+    bool ok = false;
+    {
+        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+        if (out) {
+            out << doc.dump(2) << '\n';
+            out.flush();
+            ok = static_cast<bool>(out);
+        }
+    }
+    if (ok) {
+        fs::permissions(temp, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, ec);
+        fs::rename(temp, target, ec);
+        ok = !ec;
+    }
+    if (!ok) fs::remove(temp, ec);
+    lastWriteOk_ = ok;
+}
+
+}  // namespace duskwell

@@ -1,0 +1,131 @@
+#import <AppKit/AppKit.h>
+#import <Foundation/Foundation.h>
+#import <ServiceManagement/ServiceManagement.h>
+#import <UserNotifications/UserNotifications.h>
+#include <unistd.h>
+
+#include "core/platform_mac.h"
+
+namespace duskwell {
+namespace {
+
+NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()] ?: @""; }
+std::string str(NSString* s) {
+    const char* utf8 = s.UTF8String;
+    return utf8 ? utf8 : "";
+}
+
+// A string literal for AppleScript: backslashes and double quotes escaped.
+std::string appleScriptString(const std::string& s) {
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '\\' || c == '"') out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
+}  // namespace
+
+std::string MacPlatform::homeDirectory() const { return str(NSHomeDirectory()); }
+std::string MacPlatform::userName() const { return str(NSUserName()); }
+int MacPlatform::processId() const { return static_cast<int>(getpid()); }
+
+std::vector<std::string> MacPlatform::preferredLanguages() const {
+    std::vector<std::string> out;
+    for (NSString* tag in NSLocale.preferredLanguages) out.push_back(str(tag));
+    return out;
+}
+
+bool MacPlatform::runningFromBundle() const {
+    NSURL* info = [NSBundle.mainBundle.bundleURL URLByAppendingPathComponent:@"Contents/Info.plist"];
+    return info && [NSFileManager.defaultManager fileExistsAtPath:info.path];
+}
+
+std::string MacPlatform::bundleIdentifier() const {
+    NSString* identifier = NSBundle.mainBundle.bundleIdentifier;
+    return identifier ? str(identifier) : "app.duskwell.Duskwell";
+}
+
+std::optional<std::string> MacPlatform::resourcePath(const std::string& name) const {
+    if (NSString* p = [NSBundle.mainBundle pathForResource:ns(name) ofType:nil]) return str(p);
+    // A build tree: the programs sit beside the executable.
+    NSString* exe = NSBundle.mainBundle.executablePath;
+    if (exe) {
+        NSString* beside = [exe.stringByDeletingLastPathComponent stringByAppendingPathComponent:ns(name)];
+        if ([NSFileManager.defaultManager fileExistsAtPath:beside]) return str(beside);
+    }
+    return std::nullopt;
+}
+
+void MacPlatform::requestNotificationAuthorization() {
+    if (!runningFromBundle()) return;  // the notification centre aborts outside a bundle
+    [UNUserNotificationCenter.currentNotificationCenter
+        requestAuthorizationWithOptions:(UNAuthorizationOptionAlert | UNAuthorizationOptionSound)
+                      completionHandler:^(BOOL, NSError*) {}];
+}
+
+void MacPlatform::notificationPermission(std::function<void(NotificationPermission)> completion) {
+    if (!completion) return;
+    if (!runningFromBundle()) {
+        completion(NotificationPermission::denied);
+        return;
+    }
+    [UNUserNotificationCenter.currentNotificationCenter
+        getNotificationSettingsWithCompletionHandler:^(UNNotificationSettings* settings) {
+          switch (settings.authorizationStatus) {
+              case UNAuthorizationStatusNotDetermined: completion(NotificationPermission::notDetermined); break;
+              case UNAuthorizationStatusDenied: completion(NotificationPermission::denied); break;
+              case UNAuthorizationStatusProvisional: completion(NotificationPermission::provisional); break;
+              default: completion(NotificationPermission::authorized); break;
+          }
+        }];
+}
+
+void MacPlatform::postNotification(const std::string& title, const std::string& body) {
+    if (!runningFromBundle()) return;
+    UNMutableNotificationContent* content = [[UNMutableNotificationContent alloc] init];
+    content.title = ns(title);
+    content.body = ns(body);
+    content.sound = UNNotificationSound.defaultSound;
+    UNNotificationRequest* request = [UNNotificationRequest requestWithIdentifier:NSUUID.UUID.UUIDString
+                                                                          content:content
+                                                                          trigger:nil];
+    [UNUserNotificationCenter.currentNotificationCenter addNotificationRequest:request withCompletionHandler:nil];
+}
+
+bool MacPlatform::loginItemEnabled() const {
+    if (@available(macOS 13.0, *)) return SMAppService.mainAppService.status == SMAppServiceStatusEnabled;
+    return false;
+}
+
+std::optional<std::string> MacPlatform::setLoginItem(bool enabled) {
+    if (@available(macOS 13.0, *)) {
+        NSError* error = nil;
+        SMAppService* service = SMAppService.mainAppService;
+        const BOOL ok = enabled ? [service registerAndReturnError:&error] : [service unregisterAndReturnError:&error];
+        if (ok) return std::nullopt;
+        return error ? str(error.localizedDescription) : std::string("SMAppService failed");
+    }
+    return std::string("Launch at login needs macOS 13 or later.");
+}
+
+bool MacPlatform::openURL(const std::string& url) {
+    NSURL* u = [NSURL URLWithString:ns(url)];
+    return u && [NSWorkspace.sharedWorkspace openURL:u];
+}
+
+AdminResult MacPlatform::runAsAdmin(const std::string& script, const std::string& prompt) {
+    const std::string source = "do shell script " + appleScriptString(script) + " with prompt " +
+                               appleScriptString(prompt) + " with administrator privileges";
+    NSAppleScript* apple = [[NSAppleScript alloc] initWithSource:ns(source)];
+    NSDictionary* error = nil;
+    [apple executeAndReturnError:&error];
+    if (!error) return {AdminOutcome::succeeded, {}};
+    NSNumber* number = error[NSAppleScriptErrorNumber];
+    if (number && number.intValue == -128) return {AdminOutcome::cancelled, {}};  // user cancelled
+    NSString* message = error[NSAppleScriptErrorMessage];
+    return {AdminOutcome::failed, message ? str(message) : std::string("AppleScript error")};
+}
+
+}  // namespace duskwell

@@ -1,0 +1,323 @@
+#ifdef __linux__
+#include "power/power_sources_linux.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "power/system_info.h"
+#include "testing/fakes.h"
+
+namespace duskwell {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::readFile;
+using testing::writeFile;
+
+// A fake machine: sysfs, procfs and programs below a temporary root.
+class FakeRoot : public ::testing::Test {
+protected:
+    testing::TestEnvironment env;  // installs the scripted command runner
+    testing::TempDir root;
+    LinuxPowerSources power{root.path()};
+
+    void supply(const std::string& name, std::map<std::string, std::string> attributes) {
+        for (const auto& [k, v] : attributes)
+            writeFile(root.path() + "/sys/class/power_supply/" + name + "/" + k, v + "\n");
+    }
+    void program(const std::string& name, const std::string& script) {
+        const std::string path = root.path() + "/usr/bin/" + name;
+        writeFile(path, "#!/bin/sh\n" + script);
+        fs::permissions(path, fs::perms::owner_all);
+    }
+    BatteryInfo battery() { return SystemInfo::batteryFrom(power.powerSources()); }
+};
+
+// --- batteries ---
+
+TEST_F(FakeRoot, DischargingLaptopReportsPercentMinutesAndBatteryPower) {
+    supply("AC", {{"type", "Mains"}, {"online", "0"}});
+    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "57"},
+                    {"energy_now", "30000000"}, {"power_now", "10000000"}});
+    const auto b = battery();
+    EXPECT_TRUE(b.hasBattery);
+    EXPECT_EQ(b.percent, 57);
+    EXPECT_TRUE(b.onBattery);
+    EXPECT_FALSE(b.charging);
+    EXPECT_EQ(b.minutesLeft, 180);  // 30 Wh at 10 W
+}
+
+TEST_F(FakeRoot, AdapterOnlineMeansACPowerWhicheverSupplyIsListedFirst) {
+    // "ACAD" sorts before the battery, "ZMAINS" after it.
+    for (const std::string adapter : {"ACAD", "ZMAINS"}) {
+        fs::remove_all(root.path() + "/sys");
+        supply(adapter, {{"type", "Mains"}, {"online", "1"}});
+        supply("BAT1", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "100"},
+                        {"energy_now", "50000000"}, {"power_now", "0"}});
+        const auto b = battery();
+        EXPECT_TRUE(b.hasBattery) << adapter;
+        EXPECT_FALSE(b.onBattery) << adapter;
+        EXPECT_EQ(b.percent, 100) << adapter;
+        EXPECT_EQ(b.minutesLeft, std::nullopt) << adapter;
+    }
+}
+
+TEST_F(FakeRoot, ChargingIsReportedAndCountsAsAdapterPower) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Charging"}, {"capacity", "40"}});
+    supply("USB-C", {{"type", "USB_PD"}, {"online", "1"}});
+    const auto b = battery();
+    EXPECT_TRUE(b.charging);
+    EXPECT_FALSE(b.onBattery);
+}
+
+TEST_F(FakeRoot, NotChargingWithNoAdapterOnlineCountsAsBattery) {
+    supply("AC", {{"type", "Mains"}, {"online", "0"}});
+    supply("BAT0", {{"type", "Battery"}, {"status", "Not charging"}, {"capacity", "80"}});
+    EXPECT_TRUE(battery().onBattery);
+}
+
+TEST_F(FakeRoot, EnergyCountersGivePercentWhenCapacityIsMissing) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"},
+                    {"energy_now", "20000000"}, {"energy_full", "30000000"}, {"power_now", "-5000000"}});
+    const auto b = battery();
+    EXPECT_EQ(b.percent, 67);       // 2/3 rounds up
+    EXPECT_EQ(b.minutesLeft, 240);  // a negative draw is still a draw
+}
+
+TEST_F(FakeRoot, ChargeCountersGivePercentAndMinutes) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"charge_now", "2500000"},
+                    {"charge_full", "5000000"}, {"current_now", "1250000"}});
+    const auto b = battery();
+    EXPECT_EQ(b.percent, 50);
+    EXPECT_EQ(b.minutesLeft, 120);
+}
+
+TEST_F(FakeRoot, GarbageAttributesLeaveTheirValuesOutNotTheBattery) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "lots"},
+                    {"energy_now", "12abc"}, {"energy_full", ""}, {"power_now", "999999999999999999999999"}});
+    const auto b = battery();
+    EXPECT_TRUE(b.hasBattery);
+    EXPECT_EQ(b.percent, std::nullopt);
+    EXPECT_EQ(b.minutesLeft, std::nullopt);
+}
+
+TEST_F(FakeRoot, UnreadableAttributeIsTreatedAsMissing) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}});
+    // A folder where a file should be cannot be read as text, even by root.
+    fs::create_directories(root.path() + "/sys/class/power_supply/BAT0/capacity");
+    const auto b = battery();
+    EXPECT_TRUE(b.hasBattery);
+    EXPECT_EQ(b.percent, std::nullopt);
+}
+
+TEST_F(FakeRoot, OutOfRangeCapacityFallsBackToTheCounters) {
+    supply("BAT0", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "250"},
+                    {"energy_now", "1"}, {"energy_full", "4"}});
+    EXPECT_EQ(battery().percent, 25);
+}
+
+TEST_F(FakeRoot, DesktopWithOnlyAnAdapterHasNoBattery) {
+    supply("AC", {{"type", "Mains"}, {"online", "1"}});
+    const auto sources = power.powerSources();
+    ASSERT_TRUE(sources.has_value());
+    EXPECT_TRUE(sources->empty());
+    EXPECT_EQ(battery(), BatteryInfo{});
+}
+
+TEST_F(FakeRoot, NoPowerSupplyFolderMeansTheListCannotBeRead) {
+    EXPECT_EQ(power.powerSources(), std::nullopt);
+    EXPECT_FALSE(battery().hasBattery);
+}
+
+TEST_F(FakeRoot, PeripheralAndAbsentBatteriesAreNotTheMachines) {
+    supply("hidpp_battery_0", {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "5"}, {"status", "Discharging"}});
+    supply("BAT1", {{"type", "Battery"}, {"present", "0"}});
+    EXPECT_FALSE(battery().hasBattery);
+}
+
+// --- lid ---
+
+TEST_F(FakeRoot, LidStateIsReadFromAcpi) {
+    EXPECT_EQ(power.lidClosed(), std::nullopt);  // a desktop: no lid
+    writeFile(root.path() + "/proc/acpi/button/lid/LID0/state", "state:      closed\n");
+    EXPECT_EQ(power.lidClosed(), true);
+    writeFile(root.path() + "/proc/acpi/button/lid/LID0/state", "state:      open\n");
+    EXPECT_EQ(power.lidClosed(), false);
+    writeFile(root.path() + "/proc/acpi/button/lid/LID0/state", "state:      ajar\n");
+    EXPECT_EQ(power.lidClosed(), std::nullopt);
+}
+
+// --- thermal ---
+
+class Thermal : public FakeRoot {
+protected:
+    void zone(int n, long temp, std::vector<std::pair<std::string, long>> trips) {
+        const std::string dir = root.path() + "/sys/class/thermal/thermal_zone" + std::to_string(n);
+        writeFile(dir + "/temp", std::to_string(temp) + "\n");
+        for (size_t i = 0; i < trips.size(); ++i) {
+            writeFile(dir + "/trip_point_" + std::to_string(i) + "_type", trips[i].first + "\n");
+            writeFile(dir + "/trip_point_" + std::to_string(i) + "_temp", std::to_string(trips[i].second) + "\n");
+        }
+    }
+};
+
+TEST_F(Thermal, NoZonesIsNominal) { EXPECT_EQ(power.thermalState(), 0); }
+
+TEST_F(Thermal, EachTripTypeReachedRaisesTheLevel) {
+    const std::vector<std::pair<std::string, long>> trips{
+        {"active", 50000}, {"passive", 80000}, {"hot", 95000}, {"critical", 105000}};
+    zone(0, 60000, trips);
+    EXPECT_EQ(power.thermalState(), 0);  // active trips only run fans
+    zone(0, 80000, trips);
+    EXPECT_EQ(power.thermalState(), 1);
+    zone(0, 96000, trips);
+    EXPECT_EQ(power.thermalState(), 2);
+    zone(0, 105000, trips);
+    EXPECT_EQ(power.thermalState(), 3);
+}
+
+TEST_F(Thermal, TheHottestZoneWinsAndUnsetTripsAreIgnored) {
+    zone(0, 40000, {{"critical", 0}, {"passive", 90000}});  // a 0 trip is "not set"
+    zone(1, 91000, {{"passive", 90000}});
+    EXPECT_EQ(power.thermalState(), 1);
+    writeFile(root.path() + "/sys/class/thermal/thermal_zone1/temp", "hot\n");
+    EXPECT_EQ(power.thermalState(), 0);
+}
+
+// --- lid sleep and power profiles ---
+
+TEST_F(FakeRoot, SleepDisabledFollowsTheHelpersLogindDropIn) {
+    const std::string conf = root.path() + "/run/systemd/logind.conf.d/duskwell.conf";
+    EXPECT_FALSE(power.sleepDisabled());
+    writeFile(conf, "[Login]\nHandleLidSwitch = ignore\nHandleLidSwitchExternalPower=ignore\n");
+    EXPECT_TRUE(power.sleepDisabled());
+    writeFile(conf, "[Login]\n#HandleLidSwitch=ignore\nHandleLidSwitch=suspend\n");
+    EXPECT_FALSE(power.sleepDisabled());
+    writeFile(conf, "[Login]\nHandleLidSwitchDocked=ignore\n");
+    EXPECT_FALSE(power.sleepDisabled());
+}
+
+TEST_F(FakeRoot, BatterySettingsComeFromPowerProfilesDaemon) {
+    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);  // no tool: nothing is run
+    EXPECT_TRUE(env.commands.calls().empty());
+
+    program("powerprofilesctl", "exit 0\n");
+    const std::string ctl = root.path() + "/usr/bin/powerprofilesctl";
+    env.commands.answer(ctl + " get", CommandResult{0, "power-saver\n"});
+    EXPECT_EQ(power.batterySetting("lowpowermode"), 1);
+    EXPECT_EQ(power.batterySetting("powermode"), 1);
+    env.commands.answer(ctl + " get", CommandResult{0, "performance\n"});
+    EXPECT_EQ(power.batterySetting("lowpowermode"), 0);
+    EXPECT_EQ(power.batterySetting("powermode"), 2);
+    env.commands.answer(ctl + " get", CommandResult{0, "balanced"});
+    EXPECT_EQ(power.batterySetting("powermode"), 0);
+    EXPECT_EQ(power.batterySetting("sleep"), std::nullopt);
+    env.commands.answer(ctl + " get", CommandResult{1, "Failed to connect to daemon"});
+    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);
+    EXPECT_EQ(env.commands.lines().back(), ctl + " get");
+}
+
+TEST(ProfileSetting, MapsEveryProfileAndRejectsGarbage) {
+    EXPECT_EQ(profileSetting("balanced", "lowpowermode"), 0);
+    EXPECT_EQ(profileSetting("power-saver", "powermode"), 1);
+    EXPECT_EQ(profileSetting("Performance", "powermode"), std::nullopt);
+    EXPECT_EQ(profileSetting("", "lowpowermode"), std::nullopt);
+}
+
+// --- screen lock ---
+
+TEST_F(FakeRoot, ScreenLockUsesLoginctlOnlyWhenItExists) {
+    EXPECT_FALSE(power.screenLockAvailable());
+    power.lockScreen();
+    EXPECT_TRUE(env.commands.calls().empty());
+
+    program("loginctl", "exit 0\n");
+    EXPECT_TRUE(power.screenLockAvailable());
+    unsetenv("XDG_SESSION_ID");
+    power.lockScreen();
+    setenv("XDG_SESSION_ID", "c7", 1);
+    power.lockScreen();
+    unsetenv("XDG_SESSION_ID");
+    const std::string ctl = root.path() + "/usr/bin/loginctl";
+    EXPECT_EQ(env.commands.lines(), (std::vector<std::string>{ctl + " lock-session", ctl + " lock-session c7"}));
+}
+
+// --- idle inhibitor (a stand-in systemd-inhibit that records and then waits like `cat`) ---
+
+class Inhibit : public FakeRoot {
+protected:
+    std::string argsFile() const { return root.path() + "/inhibit-args"; }
+    std::string endedFile() const { return root.path() + "/inhibit-ended"; }
+    void standIn() {
+        program("systemd-inhibit",
+                "printf '%s\\n' \"$@\" > '" + argsFile() + "'\n"
+                "cat > /dev/null\n"
+                "echo released > '" + endedFile() + "'\n");
+    }
+    bool eventually(const std::function<bool()>& test) {
+        for (int i = 0; i < 300; ++i) {
+            if (test()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return test();
+    }
+};
+
+TEST_F(Inhibit, MissingSystemdInhibitGrantsNothing) {
+    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
+}
+
+TEST_F(Inhibit, HoldsAnIdleAndSleepLockUntilReleased) {
+    standIn();
+    const auto id = power.createIdleAssertion(IdleAssertion::name);
+    ASSERT_TRUE(id.has_value());
+    ASSERT_TRUE(eventually([&] { return fs::exists(argsFile()); }));
+    ASSERT_TRUE(eventually([&] { return readFile(argsFile())->find("cat\n") != std::string::npos; }));
+    EXPECT_EQ(*readFile(argsFile()), std::string("--what=idle:sleep\n--who=Duskwell\n--why=") +
+                                         IdleAssertion::name + "\n--mode=block\ncat\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(fs::exists(endedFile()));  // still holding
+
+    power.releaseIdleAssertion(*id);
+    EXPECT_EQ(readFile(endedFile()), "released\n");  // release waits for it to end
+    power.releaseIdleAssertion(*id);                 // a second release does nothing
+}
+
+TEST_F(Inhibit, TwoAssertionsAreIndependent) {
+    standIn();
+    const auto a = power.createIdleAssertion("a");
+    const auto b = power.createIdleAssertion("b");
+    ASSERT_TRUE(a && b);
+    EXPECT_NE(*a, *b);
+    power.releaseIdleAssertion(*a);
+    power.releaseIdleAssertion(*b);
+}
+
+TEST_F(Inhibit, RefusedLockIsNotGranted) {
+    program("systemd-inhibit", "echo 'Failed to inhibit: Access denied' >&2\nexit 1\n");
+    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
+}
+
+TEST_F(Inhibit, TheLockEndsWhenItsOwnerDiesWithoutReleasing) {
+    standIn();
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        LinuxPowerSources mine(root.path());
+        const bool granted = mine.createIdleAssertion("crash").has_value();
+        ::_exit(granted ? 0 : 1);  // no destructor runs: the process just dies
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(eventually([&] { return fs::exists(endedFile()); }));
+}
+
+}  // namespace
+}  // namespace duskwell
+#endif
