@@ -1,9 +1,5 @@
 #include "commands/control_protocol.h"
 
-#include "commands/url.h"
-#include "core/awake_controller.h"
-#include "core/localization.h"
-
 namespace duskwell::ControlProtocol {
 
 std::string format(const Reply& reply) {
@@ -32,23 +28,6 @@ bool acceptableRequest(std::string_view line) {
     for (const char c : line)
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return false;
     return true;
-}
-
-Reply answer(AwakeController& controller, const std::string& request) {
-    if (request == ping) return {ReplyKind::ok, {}};
-    const bool wasActive = controller.isActive();
-    if (!controller.handleURL(request)) return {ReplyKind::notHandled, {}};
-
-    const auto url = URL::parse(request);
-    const std::string host = url && url->host ? *url->host : std::string();
-    const bool wantedStart = host == "start" || (host == "toggle" && !wasActive);
-    if (wantedStart && !controller.isActive()) {
-        return {ReplyKind::error,
-                controller.lastMessage().value_or(T("세션을 시작하지 못했어요.", "Couldn't start a session."))};
-    }
-    if (host == "extend" && !wasActive)
-        return {ReplyKind::error, T("실행 중인 세션이 없어요.", "No session is running.")};
-    return {ReplyKind::ok, {}};
 }
 
 }  // namespace duskwell::ControlProtocol
