@@ -12,8 +12,4 @@ void AwakeController::writeStatusFile() {}
 std::string AwakeController::statusLine() const { return {}; }
 // ---- end awaited by the session ----
 
-// ---- command surfaces ----
-void AwakeController::refreshCLI() {}
-// ---- end command surfaces ----
-
 }  // namespace duskwell
