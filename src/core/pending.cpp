@@ -9,10 +9,9 @@
 
 namespace duskwell {
 
-// ---- power helper, performance, watchdog ----
-bool PowerHelper::isInstalled() { return false; }
-void AwakeController::recoverPowerSettings() {}
-// ---- end power ----
+// ---- session stop, needed by uninstallHelper; remove when the session change lands ----
+void AwakeController::stop(std::optional<std::string>) {}
+// ---- end session stop ----
 
 // ---- agent monitor ----
 AgentMonitor::AgentMonitor() = default;

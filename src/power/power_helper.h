@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,6 +39,34 @@ std::optional<InstallError> install();
 std::optional<InstallError> uninstall();
 std::string installScript(const std::string& user, const std::string& source);
 std::string adminScriptSource(const std::string& script, const std::string& prompt);
+
+// Name of the helper program shipped beside the executable.
+inline constexpr const char* resourceName = "duskwell-power";
+
+// Where one system keeps the helper, its sudoers rule and the former product's files.
+struct InstallLayout {
+    std::string helper;        // installed helper (its folder is created when missing)
+    std::string sudoers;       // the sudoers rule
+    std::string group;         // group owning both files
+    std::string formerRule;    // removed on every install so two rules never coexist
+    std::string formerHelper;
+};
+InstallLayout macLayout();
+InstallLayout linuxLayout();
+// This system's layout, with `helperPath()` and `sudoersPath()`.
+InstallLayout currentLayout();
+std::string installScript(const InstallLayout& layout, const std::string& user, const std::string& source);
+
+// The login names admitted into the sudoers line: ^[A-Za-z0-9._-]+$.
+bool isValidUserName(const std::string& user);
+// An argument list as the failure log shows it: ["lowpower", "0"].
+std::string formatArguments(const std::vector<std::string>& arguments);
+
+// The detached shell that waits for process `pid` to end, then gives lid sleep back and
+// writes back the recorded performance values. Uses `AppConfig::sudoPath()` (which is
+// /usr/bin/sudo outside tests) and `helperPath()`.
+std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower,
+                           std::optional<std::int64_t> powerMode);
 
 }  // namespace PowerHelper
 }  // namespace duskwell

@@ -1,0 +1,104 @@
+// The controller's power side: performance mode, the crash watchdog, launch recovery, the
+// helper's install and removal, and the system readings.
+#include "core/awake_controller.h"
+
+#include <string>
+
+#include "core/localization.h"
+#include "core/platform.h"
+#include "core/services.h"
+#include "core/settings_keys.h"
+#include "core/settings_store.h"
+#include "power/command_runner.h"
+#include "power/power_helper.h"
+
+namespace duskwell {
+namespace {
+
+SettingsStore& settings() { return *services().settings; }
+
+}  // namespace
+
+void AwakeController::applyPerformance() {
+    if (!maxPerformance_ || perfApplied_) return;
+    // Only what was really changed is recorded, so a restore never writes a value back
+    // that was already the wanted one.
+    if (SystemInfo::batterySetting("lowpowermode") == 1 && PowerHelper::run({"lowpower", "0"}))
+        settings().setInteger(SettingsKey::restoreLowPower, 1);
+    const auto powerMode = SystemInfo::batterySetting("powermode");
+    if (powerMode && *powerMode != 2 && PowerHelper::run({"powermode", "2"}))
+        settings().setInteger(SettingsKey::restorePowerMode, *powerMode);
+    publish(perfApplied_, true);
+}
+
+void AwakeController::restorePerformance() {
+    // A failed restore still drops its key: the app never retries one.
+    if (const auto lowPower = settings().integer(SettingsKey::restoreLowPower)) {
+        PowerHelper::run({"lowpower", std::to_string(*lowPower)});
+        settings().remove(SettingsKey::restoreLowPower);
+    }
+    if (const auto powerMode = settings().integer(SettingsKey::restorePowerMode)) {
+        PowerHelper::run({"powermode", std::to_string(*powerMode)});
+        settings().remove(SettingsKey::restorePowerMode);
+    }
+    publish(perfApplied_, false);
+}
+
+void AwakeController::startWatchdog() {
+    // The restore values are copied into the script, so every change of them needs a
+    // fresh watchdog. A launch failure leaves no watchdog and is not reported.
+    const std::string script = PowerHelper::watchdogScript(services().platform->processId(),
+                                                           settings().integer(SettingsKey::restoreLowPower),
+                                                           settings().integer(SettingsKey::restorePowerMode));
+    watchdog_ = services().commands->spawnDetached("/bin/sh", {"-c", script});
+}
+
+void AwakeController::stopWatchdog() {
+    if (!watchdog_) return;
+    watchdog_->terminate();
+    watchdog_.reset();
+}
+
+void AwakeController::recoverPowerSettings() {
+    // Changes still recorded mean the last run ended without giving them back and its
+    // watchdog did not finish the job either.
+    if (!restorePending()) return;
+    if (PowerHelper::isInstalled()) {
+        PowerHelper::run({"lid-off"});
+        restorePerformance();
+    }
+    settings().setBool(SettingsKey::restoreLid, false);
+}
+
+void AwakeController::setPerformance(bool on) {
+    setMaxPerformance(on);
+    if (!isActive_) return;  // takes effect at the next start
+    if (on) applyPerformance();
+    else restorePerformance();
+    stopWatchdog();
+    startWatchdog();
+}
+
+void AwakeController::reinstallHelper() {
+    if (const auto error = PowerHelper::install()) setLastMessage(error->localizedDescription());
+    else setLastMessage(T("전원 권한이 설치되었습니다.", "Power permission installed."));
+    publish(helperInstalled_, PowerHelper::isInstalled());
+}
+
+void AwakeController::uninstallHelper() {
+    // Lid-off and the restores must run while the helper still exists; no notice is sent.
+    stop();
+    if (const auto error = PowerHelper::uninstall()) setLastMessage(error->localizedDescription());
+    else setLastMessage(T("전원 권한을 제거했습니다.", "Power permission removed."));
+    publish(helperInstalled_, PowerHelper::isInstalled());
+}
+
+void AwakeController::refreshSystem() {
+    publish(battery_, SystemInfo::battery());
+    publish(lidClosed_, SystemInfo::lidClosed());
+    publish(thermal_, SystemInfo::thermalState());
+}
+
+void AwakeController::turnOffDisplay() { SystemInfo::displaySleepNow(); }
+
+}  // namespace duskwell
