@@ -185,6 +185,9 @@ TEST(PerformAction, ConnectInstallsTheHookOfThatAgent) {
 
 TEST(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
     Fixture f;
+    const std::string script = f.env.home.path() + "/duskwell-power-resource";
+    testing::writeFile(script, "#!/bin/sh\n");
+    f.env.platform.resources["duskwell-power"] = script;
     AwakeController& c = *f.c;
     perform(c, Action::make(K::reinstallHelper));
     EXPECT_EQ(f.env.platform.adminScripts.size(), 1u);
