@@ -87,7 +87,7 @@ bool AwakeController::isNewer(const std::string& a, const std::string& than) {
 // A thin question to the platform: macOS answers whether we run from the app bundle (the
 // notification centre must not be touched otherwise); Linux answers whether it has a
 // notification service to post through.
-bool AwakeController::canNotify() { return services().platform->runningFromBundle(); }
+bool AwakeController::canNotify() { return services().platform->canPostNotifications(); }
 
 void AwakeController::refreshPermissions() {
     if (frozen_) return;

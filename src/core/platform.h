@@ -27,8 +27,9 @@ public:
     virtual int processId() const = 0;
     // The user's preferred language tags, most preferred first ("ko-KR", "en_US.UTF-8").
     virtual std::vector<std::string> preferredLanguages() const = 0;
-    // True when running from an installed application bundle (notifications need one).
-    virtual bool runningFromBundle() const = 0;
+    // Whether this process may post local notifications: on macOS only from an application
+    // bundle (the notification centre aborts outside one); on Linux when notify-send exists.
+    virtual bool canPostNotifications() const = 0;
     virtual std::string bundleIdentifier() const = 0;
     // Path of a program shipped beside the executable ("duskwell-hook", "duskwell-cli",
     // "duskwell-power"), or nothing when it is missing.

@@ -112,6 +112,8 @@ std::optional<std::string> LinuxPlatform::resourcePath(const std::string& name) 
     return std::nullopt;
 }
 
+bool LinuxPlatform::canPostNotifications() const { return tool("notify-send").has_value(); }
+
 void LinuxPlatform::notificationPermission(std::function<void(NotificationPermission)> completion) {
     if (!completion) return;
     completion(tool("notify-send") ? NotificationPermission::authorized : NotificationPermission::denied);

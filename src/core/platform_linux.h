@@ -34,7 +34,7 @@ public:
     std::string userName() const override;
     int processId() const override;
     std::vector<std::string> preferredLanguages() const override;
-    bool runningFromBundle() const override { return false; }
+    bool canPostNotifications() const override;
     std::string bundleIdentifier() const override { return "app.duskwell.Duskwell"; }
     std::optional<std::string> resourcePath(const std::string& name) const override;
 

@@ -12,7 +12,7 @@ public:
     std::string userName() const override;
     int processId() const override;
     std::vector<std::string> preferredLanguages() const override;
-    bool runningFromBundle() const override;
+    bool canPostNotifications() const override;
     std::string bundleIdentifier() const override;
     std::optional<std::string> resourcePath(const std::string& name) const override;
     void requestNotificationAuthorization() override;

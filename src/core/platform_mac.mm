@@ -37,7 +37,7 @@ std::vector<std::string> MacPlatform::preferredLanguages() const {
     return out;
 }
 
-bool MacPlatform::runningFromBundle() const {
+bool MacPlatform::canPostNotifications() const {
     NSURL* info = [NSBundle.mainBundle.bundleURL URLByAppendingPathComponent:@"Contents/Info.plist"];
     return info && [NSFileManager.defaultManager fileExistsAtPath:info.path];
 }
@@ -59,7 +59,7 @@ std::optional<std::string> MacPlatform::resourcePath(const std::string& name) co
 }
 
 void MacPlatform::requestNotificationAuthorization() {
-    if (!runningFromBundle()) return;  // the notification centre aborts outside a bundle
+    if (!canPostNotifications()) return;  // the notification centre aborts outside a bundle
     [UNUserNotificationCenter.currentNotificationCenter
         requestAuthorizationWithOptions:(UNAuthorizationOptionAlert | UNAuthorizationOptionSound)
                       completionHandler:^(BOOL, NSError*) {}];
@@ -67,7 +67,7 @@ void MacPlatform::requestNotificationAuthorization() {
 
 void MacPlatform::notificationPermission(std::function<void(NotificationPermission)> completion) {
     if (!completion) return;
-    if (!runningFromBundle()) {
+    if (!canPostNotifications()) {
         completion(NotificationPermission::denied);
         return;
     }
@@ -83,7 +83,7 @@ void MacPlatform::notificationPermission(std::function<void(NotificationPermissi
 }
 
 void MacPlatform::postNotification(const std::string& title, const std::string& body) {
-    if (!runningFromBundle()) return;
+    if (!canPostNotifications()) return;
     UNMutableNotificationContent* content = [[UNMutableNotificationContent alloc] init];
     content.title = ns(title);
     content.body = ns(body);

@@ -170,7 +170,7 @@ public:
     std::string userName() const override { return user; }
     int processId() const override { return pid; }
     std::vector<std::string> preferredLanguages() const override { return languages; }
-    bool runningFromBundle() const override { return bundle; }
+    bool canPostNotifications() const override { return bundle; }
     std::string bundleIdentifier() const override { return "app.duskwell.Duskwell"; }
     std::optional<std::string> resourcePath(const std::string& name) const override;
     void requestNotificationAuthorization() override { ++authorizationRequests; }
