@@ -38,7 +38,12 @@ TEST(AwakeControllerSettings, FreshInstallReadsTheRegisteredDefaults) {
     EXPECT_TRUE(c.lockOnLidClose());
     EXPECT_FALSE(c.isActive());
     EXPECT_EQ(c.screen(), Screen::main);
-    EXPECT_TRUE(env.settings.stored().empty()) << "defaults are registered, never written";
+    // Only the phone's identifiers are written, once, on the first launch.
+    auto stored = env.settings.stored();
+    for (const char* key : {SettingsKey::phoneTopic, SettingsKey::phoneControl, SettingsKey::phoneSecret}) {
+        EXPECT_EQ(stored.erase(key), 1u) << key;
+    }
+    EXPECT_TRUE(stored.empty()) << "defaults are registered, never written";
 }
 
 TEST(AwakeControllerSettings, SettersWriteThroughAndAnnounceOnlyRealChanges) {

@@ -3,8 +3,6 @@
 #include "agents/agent_monitor.h"
 #include "core/awake_controller.h"
 #include "core/dispatcher.h"
-#include "phone/http_client.h"
-#include "phone/phone_notifier.h"
 #include "power/power_helper.h"
 
 namespace duskwell {
@@ -12,12 +10,6 @@ namespace duskwell {
 // ---- session stop, needed by uninstallHelper; remove when the session change lands ----
 void AwakeController::stop(std::optional<std::string>) {}
 // ---- end session stop ----
-
-// ---- phone ----
-PhoneNotifier::PhoneNotifier() = default;
-PhoneNotifier::~PhoneNotifier() = default;
-std::unique_ptr<HttpClient> makePlatformHttpClient() { return nullptr; }
-// ---- end phone ----
 
 // ---- session, tick, permissions ----
 void AwakeController::onTick() {}

@@ -1,0 +1,75 @@
+#import <AppKit/AppKit.h>
+#import <CoreImage/CoreImage.h>
+
+#include <algorithm>
+
+#include "phone/qr_code.h"
+
+namespace duskwell {
+namespace {
+
+CIImage* generate(std::string_view text) {
+    CIFilter* filter = [CIFilter filterWithName:@"CIQRCodeGenerator"];
+    if (filter == nil) return nil;
+    [filter setValue:[NSData dataWithBytes:text.data() length:text.size()] forKey:@"inputMessage"];
+    [filter setValue:@"M" forKey:@"inputCorrectionLevel"];
+    return filter.outputImage;
+}
+
+}  // namespace
+
+void* qrImage(std::string_view text, double size) {
+    @autoreleasepool {
+        CIImage* output = generate(text);
+        if (output == nil) return nullptr;
+        const CGRect extent = output.extent;
+        // A 2x backing keeps the modules sharp on high-density screens.
+        CIImage* scaled = [output imageByApplyingTransform:CGAffineTransformMakeScale(
+                                      2 * size / extent.size.width, 2 * size / extent.size.height)];
+        NSCIImageRep* rep = [NSCIImageRep imageRepWithCIImage:scaled];
+        NSImage* image = [[NSImage alloc] initWithSize:NSMakeSize(size, size)];
+        [image addRepresentation:rep];
+        return (void*)CFBridgingRetain(image);
+    }
+}
+
+// The terminal command on macOS reads Core Image's modules back from a grey bitmap, one
+// pixel per module, and drops the generator's own light margin.
+std::optional<QrCode> makeQrCode(std::string_view text) {
+    @autoreleasepool {
+        CIImage* output = generate(text);
+        if (output == nil) return std::nullopt;
+        CIContext* context = [CIContext contextWithOptions:nil];
+        CGImageRef cg = [context createCGImage:output fromRect:output.extent];
+        if (cg == nullptr) return std::nullopt;
+        const size_t w = CGImageGetWidth(cg), h = CGImageGetHeight(cg);
+        std::vector<unsigned char> pixels(w * h, 255);
+        CGColorSpaceRef gray = CGColorSpaceCreateDeviceGray();
+        CGContextRef bitmap = CGBitmapContextCreate(pixels.data(), w, h, 8, w, gray, (CGBitmapInfo)kCGImageAlphaNone);
+        CGColorSpaceRelease(gray);
+        if (bitmap == nullptr) { CGImageRelease(cg); return std::nullopt; }
+        CGContextDrawImage(bitmap, CGRectMake(0, 0, w, h), cg);  // row 0 of `pixels` is the top
+        CGContextRelease(bitmap);
+        CGImageRelease(cg);
+
+        size_t minX = w, minY = h, maxX = 0, maxY = 0;
+        for (size_t y = 0; y < h; ++y)
+            for (size_t x = 0; x < w; ++x)
+                if (pixels[y * w + x] < 128) {
+                    minX = std::min(minX, x); maxX = std::max(maxX, x);
+                    minY = std::min(minY, y); maxY = std::max(maxY, y);
+                }
+        if (minX > maxX || minY > maxY) return std::nullopt;
+        QrCode code;
+        code.width = static_cast<int>(std::max(maxX - minX, maxY - minY) + 1);
+        code.dark.assign(static_cast<size_t>(code.width * code.width), false);
+        for (int y = 0; y < code.width; ++y)
+            for (int x = 0; x < code.width; ++x) {
+                const size_t px = minX + static_cast<size_t>(x), py = minY + static_cast<size_t>(y);
+                if (px < w && py < h) code.dark[static_cast<size_t>(y * code.width + x)] = pixels[py * w + px] < 128;
+            }
+        return code;
+    }
+}
+
+}  // namespace duskwell
