@@ -5,8 +5,10 @@
 #include <csignal>
 #include <ctime>
 #include <iostream>
+#include <optional>
 #include <string>
 
+#include "app/linux/control_server.h"
 #include "asio_dispatcher.h"
 #include "core/app_config.h"
 #include "core/awake_controller.h"
@@ -16,10 +18,11 @@
 namespace {
 
 void printHelp() {
-    std::cout << "usage: duskwelld [--help] [--version]\n\n"
+    std::cout << "usage: duskwelld [--help] [--version] [--open-url URL]\n\n"
                  "Keeps this machine awake while AI coding agents work. Runs in the foreground,\n"
                  "prints the controller's state (mode, period, battery, lid, heat) whenever it\n"
                  "changes, and stops on Ctrl-C or SIGTERM.\n\n"
+                 "--open-url hands a duskwell:// URL to the running duskwelld and exits.\n\n"
                  "Settings: ~/.duskwell/settings.json\n";
 }
 
@@ -36,8 +39,13 @@ std::string clockPrefix() {
 
 int main(int argc, char** argv) {
     using namespace duskwell;
+    std::optional<std::string> openURL;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
+        if (arg == "--open-url" && i + 1 < argc) {
+            openURL = argv[++i];
+            continue;
+        }
         if (arg == "--help" || arg == "-h") {
             printHelp();
             return 0;
@@ -53,6 +61,7 @@ int main(int argc, char** argv) {
 
     AsioDispatcher dispatcher;
     RealServices services(dispatcher);
+    if (openURL) return openURLCommand(*openURL, std::cerr);
 
     asio::signal_set signals(dispatcher.context(), SIGINT, SIGTERM);
     signals.async_wait([&](const std::error_code& ec, int) {
@@ -61,6 +70,12 @@ int main(int argc, char** argv) {
 
     {
         AwakeController controller;
+        std::string socketError;
+        const auto control = startControlServer(controller, &socketError);
+        if (!control) {
+            std::cerr << "duskwelld: control socket: " << socketError << "\n";
+            return 1;
+        }
         std::string printed;
         auto print = [&] {
             const std::string line = stateLine(controller);

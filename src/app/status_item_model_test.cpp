@@ -1,0 +1,69 @@
+#include "app/status_item_model.h"
+
+#include <gtest/gtest.h>
+
+#include "app/view_model_testing.h"
+#include "testing/fakes.h"
+
+namespace duskwell {
+namespace {
+
+using namespace viewtest;
+using testing::TestEnvironment;
+
+TEST(StatusItemModel, IdleShowsTheMoonAloneWithTheIdleTooltip) {
+    TestEnvironment env;
+    AwakeController c;
+    inEachLanguage([&](bool ko) {
+        const auto m = makeStatusItemModel(c);
+        EXPECT_EQ(m.symbol, "moon.stars");
+        EXPECT_FALSE(m.title.has_value());
+        EXPECT_EQ(m.tooltip, pick(ko, "Duskwell: Idle", "Duskwell: 대기 중"));
+        EXPECT_EQ(m.accessibilityDescription, "Duskwell");
+    });
+}
+
+TEST(StatusItemModel, ATimerShowsTheBoltAndItsRemainingTimeAfterOneSpace) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 90);
+    ASSERT_TRUE(c.isActive());
+    inEachLanguage([&](bool ko) {
+        const auto m = makeStatusItemModel(c);
+        EXPECT_EQ(m.symbol, "bolt.fill");
+        EXPECT_EQ(m.title, " 1:30");
+        EXPECT_EQ(m.tooltip, pick(ko, "Duskwell: Running with the lid closed", "Duskwell: 뚜껑을 닫아도 계속 실행 중"));
+    });
+}
+
+TEST(StatusItemModel, AnUnlimitedTimerShowsInfinity) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 0);
+    EXPECT_EQ(makeStatusItemModel(c).title, " ∞");
+}
+
+TEST(StatusItemModel, AutoShowsSparklesWithTheWorkingCountOrAI) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::auto_, std::nullopt);
+    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working),
+                                        agent(AgentKind::codex, AgentState::working)}));
+    auto m = makeStatusItemModel(c);
+    EXPECT_EQ(m.symbol, "sparkles");
+    EXPECT_EQ(m.title, " 2");
+
+    // Busy (someone waits for approval) but nobody working.
+    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::waiting, 1, true)}));
+    EXPECT_EQ(makeStatusItemModel(c).title, " AI");
+
+    // Quiet: the countdown to sleep.
+    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::idle)}));
+    EXPECT_EQ(makeStatusItemModel(c).title, " 10m");
+}
+
+}  // namespace
+}  // namespace duskwell

@@ -1,0 +1,45 @@
+#pragma once
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace duskwell {
+
+class AwakeController;
+
+// The control socket's line protocol (docs/commands.md). A client connects to
+// ~/.duskwell/control.sock, writes one request line ended by "\n" and reads one reply line:
+//
+//   request: a "duskwell://..." URL, or "ping" (is the app's main loop alive?)
+//   reply:   "ok" | "not-handled" | "error <text>"
+//
+// The server then closes the connection. One request per connection.
+namespace ControlProtocol {
+
+inline constexpr std::size_t maxRequestBytes = 4096;
+inline constexpr std::string_view ping = "ping";
+
+enum class ReplyKind { ok, notHandled, error };
+
+struct Reply {
+    ReplyKind kind = ReplyKind::error;
+    std::string text;  // for `error`: one line
+    bool operator==(const Reply&) const = default;
+};
+
+// "ok", "not-handled", "error <text>" (new lines in the text become blanks), no "\n".
+std::string format(const Reply& reply);
+// The inverse of `format`; nothing for any other line. A trailing "\r" or "\n" is ignored.
+std::optional<Reply> parse(std::string_view line);
+
+// A request is acceptable when it is non-empty, within the size limit and has no control
+// characters (the trailing "\n" already removed).
+bool acceptableRequest(std::string_view line);
+
+// Runs one request against the controller (main thread) and answers it: URLs go through
+// `handleURL`; a start that leaves no session running, or an extend without a session,
+// answers an error with the reason, so that the terminal command can exit non-zero.
+Reply answer(AwakeController& controller, const std::string& request);
+
+}  // namespace ControlProtocol
+}  // namespace duskwell

@@ -1,0 +1,256 @@
+// The control socket: real Unix-domain sockets in a temporary folder.
+#include "commands/control_socket.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <vector>
+
+#include "testing/fakes.h"
+
+namespace duskwell {
+namespace {
+
+namespace fs = std::filesystem;
+using ControlProtocol::Reply;
+using ControlProtocol::ReplyKind;
+using Outcome = ControlResponse::Outcome;
+
+// Runs posted tasks at once, on the server's thread: enough where no controller is involved.
+void runNow(std::function<void()> task) { task(); }
+
+struct Recorder {
+    std::mutex mutex;
+    std::vector<std::string> requests;
+    ControlServer::Handler handler(Reply reply = {ReplyKind::ok, {}}) {
+        return [this, reply](const std::string& r) {
+            std::lock_guard lock(mutex);
+            requests.push_back(r);
+            return reply;
+        };
+    }
+    size_t count() {
+        std::lock_guard lock(mutex);
+        return requests.size();
+    }
+};
+
+struct ControlSocketTest : ::testing::Test {
+    testing::TempDir dir;
+    std::string path() const { return dir.path() + "/.duskwell/control.sock"; }
+};
+
+TEST_F(ControlSocketTest, CarriesOneRequestLineAndItsReply) {
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler({ReplyKind::error, "Couldn't change\npower settings."}));
+    ASSERT_TRUE(server);
+    const auto response = sendControlRequest(path(), "duskwell://start?mode=timer&minutes=90", 5);
+    ASSERT_EQ(response.outcome, Outcome::replied) << response.text;
+    EXPECT_EQ(response.reply, (Reply{ReplyKind::error, "Couldn't change power settings."}));
+    ASSERT_EQ(rec.count(), 1u);
+    EXPECT_EQ(rec.requests[0], "duskwell://start?mode=timer&minutes=90");
+}
+
+TEST_F(ControlSocketTest, TheSocketIsOwnerOnlyAndGoneAfterShutdown) {
+    Recorder rec;
+    {
+        auto server = ControlServer::start(path(), runNow, rec.handler());
+        ASSERT_TRUE(server);
+        struct stat st {};
+        ASSERT_EQ(::stat(path().c_str(), &st), 0);
+        EXPECT_TRUE(S_ISSOCK(st.st_mode));
+        EXPECT_EQ(st.st_mode & 0777, 0600u);
+    }
+    EXPECT_FALSE(fs::exists(fs::symlink_status(path())));
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::notRunning);
+}
+
+TEST_F(ControlSocketTest, RepliesOnlyAfterTheMainQueueRanTheHandler) {
+    std::mutex mutex;
+    std::vector<std::function<void()>> mainQueue;
+    std::atomic<int> ran{0};
+    auto server = ControlServer::start(
+        path(),
+        [&](std::function<void()> task) {
+            std::lock_guard lock(mutex);
+            mainQueue.push_back(std::move(task));
+        },
+        [&](const std::string&) {
+            ++ran;
+            return Reply{ReplyKind::notHandled, {}};
+        });
+    ASSERT_TRUE(server);
+
+    ControlResponse response;
+    std::thread client([&] { response = sendControlRequest(path(), "duskwell://nope", 10); });
+    // Play the main loop: wait for the task, then run it.
+    for (int i = 0; i < 500; ++i) {
+        std::vector<std::function<void()>> tasks;
+        {
+            std::lock_guard lock(mutex);
+            tasks.swap(mainQueue);
+        }
+        for (auto& t : tasks) t();
+        if (ran.load()) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    client.join();
+    EXPECT_EQ(ran.load(), 1);
+    ASSERT_EQ(response.outcome, Outcome::replied) << response.text;
+    EXPECT_EQ(response.reply.kind, ReplyKind::notHandled);
+}
+
+TEST_F(ControlSocketTest, ShuttingDownAnswersAPendingRequestAndSkipsItsHandler) {
+    std::mutex mutex;
+    std::vector<std::function<void()>> neverRun;
+    std::atomic<int> ran{0};
+    auto server = ControlServer::start(
+        path(),
+        [&](std::function<void()> task) {
+            std::lock_guard lock(mutex);
+            neverRun.push_back(std::move(task));
+        },
+        [&](const std::string&) {
+            ++ran;
+            return Reply{ReplyKind::ok, {}};
+        });
+    ASSERT_TRUE(server);
+    ControlResponse response;
+    std::thread client([&] { response = sendControlRequest(path(), "duskwell://stop", 10); });
+    for (int i = 0; i < 500; ++i) {
+        {
+            std::lock_guard lock(mutex);
+            if (!neverRun.empty()) break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    server.reset();
+    client.join();
+    ASSERT_EQ(response.outcome, Outcome::replied) << response.text;
+    EXPECT_EQ(response.reply, (Reply{ReplyKind::error, "shutting down"}));
+    for (auto& t : neverRun) t();  // the main loop catches up after the server is gone
+    EXPECT_EQ(ran.load(), 0);
+}
+
+TEST_F(ControlSocketTest, NoServerMeansNotRunningAlsoForAStaleSocketFile) {
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::notRunning);
+
+    // A socket file whose process died: connecting is refused.
+    fs::create_directories(dir.path() + "/.duskwell");
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strcpy(addr.sun_path, path().c_str());
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ::close(fd);
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::notRunning);
+
+    // ... and a new server replaces it.
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::replied);
+}
+
+TEST_F(ControlSocketTest, ASecondServerDoesNotStealALiveSocket) {
+    Recorder first, second;
+    auto server = ControlServer::start(path(), runNow, first.handler());
+    ASSERT_TRUE(server);
+    std::string error;
+    EXPECT_FALSE(ControlServer::start(path(), runNow, second.handler(), &error));
+    EXPECT_NE(error.find("already"), std::string::npos) << error;
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::replied);
+    EXPECT_EQ(first.count(), 1u);
+}
+
+TEST_F(ControlSocketTest, SomethingElseAtThePathIsLeftAlone) {
+    fs::create_directories(dir.path() + "/.duskwell");
+    testing::writeFile(path(), "not a socket");
+    Recorder rec;
+    std::string error;
+    EXPECT_FALSE(ControlServer::start(path(), runNow, rec.handler(), &error));
+    EXPECT_EQ(testing::readFile(path()), "not a socket");
+}
+
+TEST_F(ControlSocketTest, MalformedOrOversizedRequestsNeverReachTheHandler) {
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    auto r = sendControlRequest(path(), std::string(5000, 'a'), 5);
+    ASSERT_EQ(r.outcome, Outcome::replied) << r.text;
+    EXPECT_EQ(r.reply.kind, ReplyKind::error);
+    r = sendControlRequest(path(), "duskwell://stop\tnow", 5);
+    ASSERT_EQ(r.outcome, Outcome::replied) << r.text;
+    EXPECT_EQ(r.reply, (Reply{ReplyKind::error, "malformed request"}));
+    EXPECT_EQ(rec.count(), 0u);
+    EXPECT_EQ(sendControlRequest(path(), "ping", 5).reply.kind, ReplyKind::ok) << "still serving";
+}
+
+// In a child that has switched to another user: connect, send, read the reply into `out`.
+// Only async-signal-safe calls, since the parent runs threads. Returns -errno on failure.
+int exchangeAs(uid_t uid, const std::string& socketPath, std::string& out) {
+    int pipeFds[2];
+    if (::pipe(pipeFds) != 0) return -1;
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strcpy(addr.sun_path, socketPath.c_str());
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::close(pipeFds[0]);
+        ::signal(SIGPIPE, SIG_IGN);  // the server may close before our write
+        if (::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(3);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+            const int err = errno;
+            [[maybe_unused]] auto n = ::write(pipeFds[1], "connect-failed", 14);
+            ::_exit(err == EACCES ? 4 : 5);
+        }
+        [[maybe_unused]] auto w = ::write(fd, "duskwell://stop\n", 16);
+        char buf[128];
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n > 0) [[maybe_unused]] auto m = ::write(pipeFds[1], buf, static_cast<size_t>(n));
+        ::_exit(0);
+    }
+    ::close(pipeFds[1]);
+    char buf[256];
+    ssize_t n;
+    while ((n = ::read(pipeFds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+    ::close(pipeFds[0]);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(ControlSocketTest, AnotherUserIsRefusedByFileModeAndByPeerCheck) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    const uid_t nobody = 65534;
+    fs::permissions(dir.path(), static_cast<fs::perms>(0755));
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    fs::permissions(dir.path() + "/.duskwell", static_cast<fs::perms>(0755));
+
+    std::string out;
+    EXPECT_EQ(exchangeAs(nobody, path(), out), 4) << "0600 socket: connect is denied; got " << out;
+
+    // Even if the mode were loosened, the server checks who is calling.
+    fs::permissions(path(), static_cast<fs::perms>(0666));
+    out.clear();
+    EXPECT_EQ(exchangeAs(nobody, path(), out), 0);
+    EXPECT_EQ(out, "error refused\n");
+    EXPECT_EQ(rec.count(), 0u) << "the request never reached the handler";
+
+    EXPECT_EQ(sendControlRequest(path(), "ping", 2).reply.kind, ReplyKind::ok) << "the owner still gets through";
+}
+
+}  // namespace
+}  // namespace duskwell

@@ -1,0 +1,62 @@
+#include "commands/status_document.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+namespace duskwell::StatusDocument {
+namespace {
+
+// Days since 1970-01-01 to a civil date (proleptic Gregorian), so that no time-zone
+// database or thread-unsafe gmtime is involved.
+void civilFromDays(long long z, long long& y, unsigned& m, unsigned& d) {
+    z += 719468;
+    const long long era = (z >= 0 ? z : z - 146096) / 146097;
+    const auto doe = static_cast<unsigned>(z - era * 146097);
+    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    y = static_cast<long long>(yoe) + era * 400;
+    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const unsigned mp = (5 * doy + 2) / 153;
+    d = doy - (153 * mp + 2) / 5 + 1;
+    m = mp < 10 ? mp + 3 : mp - 9;
+    if (m <= 2) ++y;
+}
+
+}  // namespace
+
+std::string iso8601UTC(Date date) {
+    const auto secs = static_cast<long long>(std::floor(unixSeconds(date)));
+    long long days = secs / 86400;
+    long long rem = secs % 86400;
+    if (rem < 0) {
+        rem += 86400;
+        --days;
+    }
+    long long y = 0;
+    unsigned m = 0, d = 0;
+    civilFromDays(days, y, m, d);
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%04lld-%02u-%02uT%02lld:%02lld:%02lldZ", y, m, d, rem / 3600,
+                  (rem % 3600) / 60, rem % 60);
+    return buf;
+}
+
+std::string json(const StatusFacts& facts) {
+    nlohmann::json doc = nlohmann::json::object();
+    doc["active"] = facts.active;
+    doc["status"] = facts.status;
+    doc["version"] = facts.version;
+    if (facts.active) {
+        if (facts.mode) doc["mode"] = std::string(facts.mode->name());
+        if (facts.endsAt) doc["endsAt"] = iso8601UTC(*facts.endsAt);
+        if (facts.sleepsInSeconds) doc["sleepsInSeconds"] = static_cast<long long>(std::trunc(*facts.sleepsInSeconds));
+    }
+    nlohmann::json agents = nlohmann::json::array();
+    for (const auto& a : facts.agents)
+        agents.push_back({{"name", a.name}, {"count", a.count}, {"state", a.state}});
+    doc["agents"] = std::move(agents);
+    return doc.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace duskwell::StatusDocument

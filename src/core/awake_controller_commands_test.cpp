@@ -1,0 +1,440 @@
+// The controller's command surfaces: status file, status line, URL routes, CLI installer.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include "core/app_config.h"
+#include "core/awake_controller.h"
+#include "core/localization.h"
+#include "core/settings_keys.h"
+#include "testing/fakes.h"
+
+namespace duskwell {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using testing::TestEnvironment;
+
+json readStatus() {
+    const auto text = testing::readFile(AppConfig::statusFile());
+    if (!text) return json();
+    return json::parse(*text);
+}
+
+// UTC text of `d`, computed independently of the code under test.
+std::string utc(Date d) {
+    const std::time_t t = std::chrono::system_clock::to_time_t(d);
+    std::tm tm{};
+    gmtime_r(&t, &tm);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
+    return buf;
+}
+
+// ---------------------------------------------------------------- status file
+
+TEST(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
+    TestEnvironment env;
+    AwakeController c;
+    c.writeStatusFile();
+    const json doc = readStatus();
+    EXPECT_EQ(doc, json({{"active", false},
+                         {"status", "Idle"},
+                         {"version", AppConfig::version()},
+                         {"agents", json::array()}}));
+}
+
+TEST(StatusFile, TimerSessionHasEndButNoCountdown) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=90"));
+    ASSERT_TRUE(c.isActive());
+    const json doc = readStatus();
+    EXPECT_EQ(doc["active"], true);
+    EXPECT_EQ(doc["mode"], "timer");
+    EXPECT_EQ(doc["endsAt"], utc(addSeconds(env.clock.now(), 90 * 60)));
+    EXPECT_EQ(doc["status"], "1:30 left");
+    EXPECT_FALSE(doc.contains("sleepsInSeconds"));
+}
+
+TEST(StatusFile, UnlimitedTimerHasNoEndAndNoSessionPart) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=0"));
+    const json doc = readStatus();
+    EXPECT_EQ(doc["mode"], "timer");
+    EXPECT_FALSE(doc.contains("endsAt"));
+    EXPECT_EQ(doc["status"], "");
+}
+
+TEST(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.setAutoCapHours(0);
+    ASSERT_TRUE(c.handleURL("duskwell://start"));
+    json doc = readStatus();
+    EXPECT_EQ(doc["mode"], "auto");
+    EXPECT_EQ(doc["sleepsInSeconds"], 600);
+    EXPECT_FALSE(doc.contains("endsAt")) << "no cap, no end";
+    EXPECT_EQ(doc["status"], "All quiet · sleeping in 10m");
+
+    // 0.4 s plus one tick: 598.6 seconds left, written truncated.
+    env.clock.advance(0.4);
+    env.dispatcher.tickSecond();
+    c.writeStatusFile();
+    doc = readStatus();
+    EXPECT_EQ(doc["sleepsInSeconds"], 598);
+}
+
+TEST(StatusFile, AutoSessionWithACapShowsItsEnd) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    ASSERT_EQ(c.autoCapHours(), 8);
+    ASSERT_TRUE(c.handleURL("duskwell://start?mode=auto"));
+    EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(env.clock.now(), 8 * 3600)));
+}
+
+TEST(StatusFile, AnUnchangedStateIsWrittenOnce) {
+    TestEnvironment env;
+    AwakeController c;
+    c.writeStatusFile();
+    const auto path = AppConfig::statusFile();
+    const auto old = fs::file_time_type::clock::now() - std::chrono::hours(24);
+    fs::last_write_time(path, old);
+
+    c.writeStatusFile();
+    c.writeStatusFile();
+    EXPECT_EQ(fs::last_write_time(path), old) << "same text, no write";
+
+    Locale::overrideForTesting(true);  // the status line changes language
+    c.writeStatusFile();
+    EXPECT_NE(fs::last_write_time(path), old);
+    EXPECT_EQ(readStatus()["status"], "대기 중");
+}
+
+TEST(StatusFile, ADeletedFileIsNotRewrittenUntilTheStateChanges) {
+    // The comparison is with the last text written, not with the disk.
+    TestEnvironment env;
+    AwakeController c;
+    c.writeStatusFile();
+    fs::remove(AppConfig::statusFile());
+    c.writeStatusFile();
+    EXPECT_FALSE(fs::exists(AppConfig::statusFile()));
+}
+
+TEST(StatusFile, ReadersNeverSeeAPartialFileWhileItIsRewritten) {
+    TestEnvironment env;
+    AwakeController c;
+    c.writeStatusFile();
+    const std::string english = *testing::readFile(AppConfig::statusFile());
+    Locale::overrideForTesting(true);
+    c.writeStatusFile();
+    const std::string korean = *testing::readFile(AppConfig::statusFile());
+    ASSERT_NE(english, korean);
+
+    std::atomic<bool> done{false};
+    std::atomic<int> reads{0}, torn{0}, missing{0};
+    std::thread reader([&] {
+        while (!done.load()) {
+            const auto text = testing::readFile(AppConfig::statusFile());
+            if (!text) ++missing;
+            else if (*text != english && *text != korean) ++torn;
+            ++reads;
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        Locale::overrideForTesting(i % 2 == 0);
+        c.writeStatusFile();
+    }
+    done = true;
+    reader.join();
+    EXPECT_GT(reads.load(), 0);
+    EXPECT_EQ(torn.load(), 0);
+    EXPECT_EQ(missing.load(), 0);
+    int entries = 0;
+    for ([[maybe_unused]] const auto& e : fs::directory_iterator(AppConfig::supportDir())) ++entries;
+    EXPECT_EQ(entries, 1) << "no temporary file is left behind";
+}
+
+// ---------------------------------------------------------------- status line
+
+TEST(StatusLine, JoinsSessionBatteryAndLidParts) {
+    TestEnvironment env;
+    env.power.setBattery(80, true, 95);
+    env.power.lid = true;
+    AwakeController c;
+    EXPECT_EQ(c.statusLine(), "Idle · Battery 80% (~1:35) · Lid closed");
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(c.statusLine(), "대기 중 · 배터리 80% (약 1:35) · 뚜껑 닫힘");
+}
+
+TEST(StatusLine, LeavesOutWhatIsUnknown) {
+    {
+        TestEnvironment env;  // a desktop: no battery, lid state unknown
+        AwakeController c;
+        EXPECT_EQ(c.statusLine(), "Idle");
+    }
+    TestEnvironment env;
+    env.power.setBattery(55, false);
+    env.power.lid = false;
+    AwakeController c;
+    EXPECT_EQ(c.statusLine(), "Idle · Battery 55%");
+}
+
+TEST(StatusLine, TimerSessionShowsTheTimeLeftInBothLanguages) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 45);
+    EXPECT_EQ(c.statusLine(), "45m left");
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(c.statusLine(), "남은 시간 45분");
+}
+
+TEST(StatusLine, AutoSessionWithQuietAgentsShowsTheCountdown) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::auto_, std::nullopt);
+    EXPECT_EQ(c.statusLine(), "All quiet · sleeping in 10m");
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(c.statusLine(), "모두 조용함 · 10분 후 잠자기");
+}
+
+// ---------------------------------------------------------------- URL routes
+
+TEST(URLRoutes, StartWithoutQueryUsesAutoAndTheChosenMinutes) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.setMode(KeepMode::timer);
+    c.setSelectedMinutes(25);
+    EXPECT_TRUE(c.handleURL("duskwell://start"));
+    EXPECT_TRUE(c.isActive());
+    EXPECT_EQ(c.activeMode(), KeepMode::auto_);
+    EXPECT_EQ(c.mode(), KeepMode::auto_) << "the chosen mode follows the URL";
+    EXPECT_EQ(c.selectedMinutes(), 25);
+}
+
+TEST(URLRoutes, StartTimerSetsTheSelectionAndTheEnd) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    EXPECT_TRUE(c.handleURL("duskwell://start?minutes=90&mode=timer"));
+    EXPECT_EQ(c.activeMode(), KeepMode::timer);
+    EXPECT_EQ(c.selectedMinutes(), 90);
+    EXPECT_EQ(env.settings.integer(SettingsKey::selectedMinutes), 90);
+    EXPECT_EQ(env.settings.integer(SettingsKey::mode), 1);
+    ASSERT_TRUE(c.endDate());
+    EXPECT_EQ(*c.endDate(), addSeconds(env.clock.now(), 5400));
+}
+
+TEST(URLRoutes, UntilWithUnparsableMinutesLeavesTheSelectionAlone) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.setSelectedMinutes(40);
+    EXPECT_TRUE(c.handleURL("duskwell://start?mode=until&minutes=abc"));
+    EXPECT_EQ(c.activeMode(), KeepMode::until);
+    EXPECT_EQ(c.mode(), KeepMode::until);
+    EXPECT_EQ(c.selectedMinutes(), 40);
+}
+
+TEST(URLRoutes, ModeWordsAreExactOtherwiseAuto) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    EXPECT_TRUE(c.handleURL("duskwell://start?mode=Timer&minutes=30"));
+    EXPECT_EQ(c.activeMode(), KeepMode::auto_);
+    EXPECT_EQ(c.selectedMinutes(), 30) << "minutes still parse";
+    EXPECT_TRUE(c.handleURL("duskwell://start?mode&minutes=%2B15"));
+    EXPECT_EQ(c.activeMode(), KeepMode::auto_);
+    EXPECT_EQ(c.selectedMinutes(), 15) << "percent-decoded, optional sign";
+    EXPECT_TRUE(c.handleURL("duskwell://start?minutes= 20"));
+    EXPECT_EQ(c.selectedMinutes(), 15) << "blanks do not parse";
+}
+
+TEST(URLRoutes, ExtendPassesZeroThroughAndDefaultsTo60) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 30);
+    const Date end = *c.endDate();
+    EXPECT_TRUE(c.handleURL("duskwell://extend?minutes=0"));
+    EXPECT_EQ(*c.endDate(), end);
+    EXPECT_TRUE(c.handleURL("duskwell://extend?minutes=x"));
+    EXPECT_EQ(*c.endDate(), addSeconds(end, 3600));
+    EXPECT_TRUE(c.handleURL("duskwell://extend"));
+    EXPECT_EQ(*c.endDate(), addSeconds(end, 7200));
+    EXPECT_TRUE(c.handleURL("duskwell://extend?minutes=15"));
+    EXPECT_EQ(*c.endDate(), addSeconds(end, 8100));
+    EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(end, 8100))) << "written after the route";
+}
+
+TEST(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
+    EXPECT_TRUE(c.isActive());
+    EXPECT_EQ(readStatus()["active"], true);
+    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
+    EXPECT_FALSE(c.isActive());
+    EXPECT_EQ(readStatus()["active"], false);
+    EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
+}
+
+TEST(URLRoutes, StopEndsTheSessionWithoutAReason) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 30);
+    EXPECT_TRUE(c.handleURL("duskwell://stop"));
+    EXPECT_FALSE(c.isActive());
+    EXPECT_EQ(c.lastMessage(), std::nullopt);
+    EXPECT_EQ(readStatus()["active"], false);
+}
+
+TEST(URLRoutes, SleepStopsWithTheReasonThenSleepsTwoSecondsLater) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 30);
+    const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
+    EXPECT_TRUE(c.handleURL("duskwell://sleep"));
+    EXPECT_FALSE(c.isActive());
+    EXPECT_EQ(c.lastMessage(), "Sleep requested by command.");
+    EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty()) << "not before 2 s";
+    env.clock.advance(1.9);
+    env.dispatcher.runDue();
+    EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty());
+    env.clock.advance(0.1);
+    env.dispatcher.runDue();
+    EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
+}
+
+TEST(URLRoutes, SleepWhileIdleStillSleepsButStopsNothing) {
+    TestEnvironment env;
+    AwakeController c;
+    const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
+    EXPECT_TRUE(c.handleURL("duskwell://sleep"));
+    EXPECT_EQ(c.lastMessage(), std::nullopt);
+    EXPECT_TRUE(env.platform.notifications.empty());
+    env.clock.advance(2.0);
+    env.dispatcher.runDue();
+    EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
+    EXPECT_EQ(readStatus()["active"], false);
+}
+
+TEST(URLRoutes, HostsAreCaseSensitiveAndUnknownOnesChangeNothing) {
+    TestEnvironment env;
+    env.installHelper();
+    AwakeController c;
+    c.start(KeepMode::timer, 30);
+    for (const char* url : {"duskwell://STOP", "duskwell://Stop", "duskwell://halt", "duskwell://",
+                            "duskwell:stop", "http://stop", "duskwellx://stop", "DUSKWELL://stop", "stop", ""}) {
+        EXPECT_FALSE(c.handleURL(url)) << url;
+    }
+    EXPECT_TRUE(c.isActive());
+    EXPECT_FALSE(fs::exists(AppConfig::statusFile())) << "unhandled URLs write nothing";
+}
+
+// ---------------------------------------------------------------- terminal command
+
+struct CLIFixture : ::testing::Test {
+    TestEnvironment env;
+    std::string resource;
+    std::string copy;
+    std::string linkDir;
+
+    void SetUp() override {
+        resource = env.home.path() + "/bundle/duskwell-cli";
+        fs::create_directories(env.home.path() + "/bundle");
+        testing::writeFile(resource, "#!/bin/sh\necho v1\n");
+        env.platform.resources["duskwell-cli"] = resource;
+        copy = env.home.path() + "/.duskwell/bin/duskwell";
+        linkDir = env.home.path() + "/.local/bin";
+    }
+};
+
+TEST_F(CLIFixture, InstallingTwiceReplacesTheCopyAndTheLink) {
+    fs::create_directories(linkDir);
+    AwakeController c;
+    EXPECT_FALSE(c.cliInstalled());
+    c.installCLI();
+    EXPECT_EQ(c.lastMessage(), "Terminal command installed: duskwell start | stop | status");
+    EXPECT_TRUE(c.cliInstalled());
+
+    testing::writeFile(resource, "#!/bin/sh\necho v2\n");
+    c.setLastMessage(std::nullopt);
+    c.installCLI();
+    EXPECT_EQ(c.lastMessage(), "Terminal command installed: duskwell start | stop | status");
+    EXPECT_EQ(testing::readFile(copy), "#!/bin/sh\necho v2\n");
+    EXPECT_EQ(fs::status(copy).permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+    const fs::path link = linkDir + "/duskwell";
+    ASSERT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fs::read_symlink(link), fs::path(copy));
+    EXPECT_EQ(testing::readFile(link.string()), "#!/bin/sh\necho v2\n");
+}
+
+TEST_F(CLIFixture, WithoutLocalBinOnlyTheCopyIsMade) {
+    AwakeController c;
+    c.installCLI();
+    EXPECT_EQ(c.lastMessage(), "Terminal command installed: duskwell start | stop | status");
+    EXPECT_TRUE(fs::exists(copy));
+    EXPECT_FALSE(fs::exists(env.home.path() + "/.local")) << "the folder is not created";
+}
+
+TEST_F(CLIFixture, AnExistingFileWhereTheLinkGoesIsReplaced) {
+    fs::create_directories(linkDir);
+    testing::writeFile(linkDir + "/duskwell", "old");
+    fs::create_symlink("/nonexistent/target", linkDir + "/dangling");
+    AwakeController c;
+    c.installCLI();
+    EXPECT_TRUE(fs::is_symlink(linkDir + "/duskwell"));
+}
+
+TEST_F(CLIFixture, AMissingResourceReportsAFileErrorAndInstallsNothing) {
+    env.platform.resources.clear();
+    AwakeController c;
+    c.installCLI();
+    ASSERT_TRUE(c.lastMessage());
+    EXPECT_NE(c.lastMessage()->find("Couldn't install the terminal command"), std::string::npos);
+    EXPECT_NE(c.lastMessage()->find("No such file"), std::string::npos) << *c.lastMessage();
+    EXPECT_FALSE(c.cliInstalled());
+}
+
+TEST_F(CLIFixture, AFailingLinkStepReportsItsErrorInKorean) {
+    Locale::overrideForTesting(true);
+    fs::create_directories(linkDir + "/duskwell/occupied");  // a non-empty folder cannot be removed
+    AwakeController c;
+    c.installCLI();
+    ASSERT_TRUE(c.lastMessage());
+    EXPECT_EQ(c.lastMessage()->rfind("터미널 명령을 설치하지 못했어요: ", 0), 0u) << *c.lastMessage();
+    EXPECT_NE(c.lastMessage()->find(linkDir + "/duskwell"), std::string::npos);
+}
+
+TEST_F(CLIFixture, LaunchRefreshesAnInstalledCommandWithoutGreeting) {
+    {
+        AwakeController first;
+        EXPECT_EQ(first.lastMessage(), std::nullopt) << "not installed: nothing happens at launch";
+        EXPECT_FALSE(fs::exists(copy));
+        first.installCLI();
+    }
+    testing::writeFile(resource, "#!/bin/sh\necho v3\n");
+    AwakeController again;
+    EXPECT_EQ(testing::readFile(copy), "#!/bin/sh\necho v3\n");
+    EXPECT_EQ(again.lastMessage(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace duskwell
