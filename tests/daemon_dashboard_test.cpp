@@ -45,13 +45,15 @@ private:
     std::string socket_;
 };
 
-// The first "M:SS" or "H:MM:SS" clock on the status item's title line.
-std::optional<std::string> titleClock(const std::string& screen) {
-    const std::string first = screen.substr(0, screen.find('\n'));
+// The hero card's remaining time ("29:58 left"), as "29:58".
+std::optional<std::string> countdown(const std::string& screen) {
     std::smatch m;
-    if (std::regex_search(first, m, std::regex(R"((\d+:)?\d{1,2}:\d{2})"))) return m.str();
+    if (std::regex_search(screen, m, std::regex(R"(((\d+:)?\d{1,2}:\d{2}) left)"))) return m[1].str();
     return std::nullopt;
 }
+
+// The title bar: the application's name and the status item (symbol and live title).
+std::string titleBar(const std::string& screen) { return screen.substr(0, screen.find('\n')); }
 
 TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
     if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
@@ -66,7 +68,8 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
     EXPECT_THAT(screen, HasSubstr("q quit"));
     EXPECT_THAT(screen, HasSubstr("s Settings"));
     EXPECT_THAT(screen, HasSubstr("Lid:"));
-    EXPECT_FALSE(titleClock(screen)) << screen;
+    EXPECT_FALSE(countdown(screen)) << screen;
+    EXPECT_THAT(titleBar(screen), HasSubstr("☾"));  // the idle symbol, no title
 
     // Timer mode, then the first preset chip (30 minutes).
     tmux.keys("t");
@@ -75,18 +78,20 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
     ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
 
-    // The title counts down.
+    // The remaining time counts down, and the status item shows the period's title.
     std::optional<std::string> first, later;
-    ASSERT_TRUE(waitFor([&] { return (first = titleClock(tmux.screen())).has_value(); }, 5)) << tmux.screen();
-    EXPECT_TRUE(waitFor([&] { later = titleClock(tmux.screen()); return later && *later != *first; }, 5))
+    ASSERT_TRUE(waitFor([&] { return (first = countdown(tmux.screen())).has_value(); }, 5)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { later = countdown(tmux.screen()); return later && *later != *first; }, 5))
         << *first << " never changed";
     EXPECT_THAT(*first, ::testing::MatchesRegex("(29|30):[0-9][0-9]"));
+    EXPECT_THAT(titleBar(tmux.screen()), HasSubstr("⚡ 30m"));
 
     // Space stops it.
     tmux.keys("Space");
     ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-off") == 1; }, 5));
-    EXPECT_FALSE(titleClock(tmux.screen())) << tmux.screen();
+    EXPECT_FALSE(countdown(tmux.screen())) << tmux.screen();
+    EXPECT_THAT(titleBar(tmux.screen()), Not(HasSubstr("⚡")));
 
     // Settings and back.
     tmux.keys("s");

@@ -127,7 +127,8 @@ TEST(TerminalText, CountsColumnsNotBytes) {
     EXPECT_EQ(displayWidth("abc"), 3);
     EXPECT_EQ(displayWidth("대기 중"), 7);  // each Hangul syllable takes two columns
     EXPECT_EQ(displayWidth("\x1b[1mIdle\x1b[0m"), 4);  // escapes take no room
-    EXPECT_EQ(displayWidth("∞ ⚡"), 3);
+    EXPECT_EQ(displayWidth("∞ ☾"), 3);
+    EXPECT_EQ(displayWidth("⚡✅"), 4);  // emoji presentation: two columns each
     EXPECT_EQ(displayWidth("🌙"), 2);
 }
 

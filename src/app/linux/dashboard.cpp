@@ -191,7 +191,7 @@ std::vector<std::string> keyMap(const DashboardView& v, int width) {
     for (const auto& item : items) {
         std::string& cur = lines.back();
         const std::string sep = cur.empty() ? "" : "  ·  ";
-        if (!cur.empty() && displayWidth(cur + sep + item) > width - 1) lines.emplace_back(item);  // after the margin
+        if (!cur.empty() && displayWidth(cur + sep + item) > width - 2) lines.emplace_back(item);  // margins
         else cur += sep + item;
     }
     return lines;
@@ -231,9 +231,11 @@ std::vector<std::string> renderDashboard(const DashboardView& v, int width, int 
     std::string item = glyph(v.status.symbol);
     if (v.status.title) item += *v.status.title;
     const std::string name = std::string(AppConfig::name);
-    const int gap = std::max(1, width - displayWidth(name) - displayWidth(item) - 2);
+    // The last column stays empty: a glyph some terminal draws wider than we count must not
+    // wrap the line and scroll the frame.
+    const int gap = std::max(1, width - displayWidth(name) - displayWidth(item) - 3);
     std::string title = " " + name + std::string(static_cast<std::size_t>(gap), ' ') + item + " ";
-    title = st.inverse(fitToWidth(title, width, true));
+    title = st.inverse(fitToWidth(title, width - 1, true));
 
     std::vector<std::string> body;
     if (v.popover.screen == Screen::settings && v.popover.settings) settingsPage(v, *v.popover.settings, st, body);
@@ -250,10 +252,10 @@ std::vector<std::string> renderDashboard(const DashboardView& v, int width, int 
         const int at = scroll + i;
         std::string line = at < static_cast<int>(body.size()) ? body[static_cast<std::size_t>(at)] : "";
         if (i == space - 1 && at + 1 < static_cast<int>(body.size())) line = st.dim(T("… 더 보기: j", "… more below: j"));
-        out.push_back(fitToWidth(" " + line, width));
+        out.push_back(fitToWidth(" " + line, width - 1));
     }
-    out.push_back(st.dim(std::string(static_cast<std::size_t>(width), '-')));
-    for (const auto& k : keys) out.push_back(fitToWidth(" " + k, width));
+    out.push_back(st.dim(std::string(static_cast<std::size_t>(width - 1), '-')));
+    for (const auto& k : keys) out.push_back(fitToWidth(" " + k, width - 1));
     out.resize(static_cast<std::size_t>(height));
     return out;
 }
