@@ -9,6 +9,7 @@
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/read_until.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/streambuf.hpp>
 #include <filesystem>
 #include <istream>
@@ -60,19 +61,36 @@ std::optional<std::vector<std::string>> powerOffMonitorCommand(const std::string
 }
 
 struct PowerOffWatcher::Impl : std::enable_shared_from_this<Impl> {
-    explicit Impl(asio::io_context& context) : stream(context) {}
+    explicit Impl(asio::io_context& context) : stream(context), reapTimer(context) {}
 
     asio::posix::stream_descriptor stream;
     asio::streambuf buffer;
+    asio::steady_timer reapTimer;
     pid_t pid = -1;
     bool open = false;
     ShutdownNoticeParser parser;
     std::function<void()> onNotice;
 
+    // The monitor closed its output; collect it once it has exited, so no zombie lingers.
+    void reapSoon() {
+        if (reap()) return;
+        reapTimer.expires_after(std::chrono::seconds(1));
+        reapTimer.async_wait([self = shared_from_this()](const std::error_code& ec) {
+            if (!ec) self->reap();
+        });
+    }
+    bool reap() {
+        if (pid <= 0) return true;
+        int status = 0;
+        if (::waitpid(pid, &status, WNOHANG) == pid) pid = -1;
+        return pid <= 0;
+    }
+
     void readLine() {
         asio::async_read_until(stream, buffer, '\n',
                                [self = shared_from_this()](const std::error_code& ec, std::size_t) {
                                    if (ec) {  // EOF: the monitor ended (no bus); stay quiet
+                                       if (self->open) self->reapSoon();
                                        self->open = false;
                                        return;
                                    }
@@ -130,6 +148,7 @@ PowerOffWatcher::~PowerOffWatcher() {
     impl_->stream.cancel(ec);
     impl_->stream.close(ec);
     impl_->onNotice = nullptr;
+    impl_->reapTimer.cancel();
     if (impl_->pid > 0) {
         ::kill(impl_->pid, SIGTERM);
         int status = 0;

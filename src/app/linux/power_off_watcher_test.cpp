@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
 
 #include "testing/fakes.h"
 
@@ -55,6 +58,22 @@ TEST(PowerOffMonitorCommand, PrefersGdbusThenBusctlThenNothing) {
     EXPECT_EQ((*cmd)[0], a.path() + "/gdbus");
 }
 
+// Our children that have exited but were never collected.
+int zombieChildren() {
+    int zombies = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        auto stat = testing::readFile(entry.path().string() + "/stat");
+        if (!stat) continue;
+        const auto close = stat->rfind(')');
+        if (close == std::string::npos) continue;
+        char state = 0;
+        int ppid = 0;
+        if (std::sscanf(stat->c_str() + close + 1, " %c %d", &state, &ppid) == 2 && ppid == ::getpid() && state == 'Z')
+            ++zombies;
+    }
+    return zombies;
+}
+
 // Runs the loop until `done` or the deadline.
 void runFor(asio::io_context& io, double seconds, const std::function<bool()>& done) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
@@ -85,6 +104,16 @@ TEST(PowerOffWatcher, StandInMonitorDeliversOneNoticeOnTheLoop) {
         EXPECT_EQ(notices, 1);
     }  // the sleeping child is ended and reaped here, not waited out
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
+}
+
+TEST(PowerOffWatcher, AMonitorThatEndsIsCollectedNotLeftAZombie) {
+    asio::io_context io;
+    int notices = 0;
+    PowerOffWatcher watcher(io, {"/bin/sh", "-c", "echo 'Error connecting: no bus'"}, [&] { ++notices; });
+    runFor(io, 3, [&] { return !watcher.running(); });
+    runFor(io, 1.5, [] { return false; });  // the second look, a second later
+    EXPECT_EQ(notices, 0);
+    EXPECT_EQ(zombieChildren(), 0);
 }
 
 TEST(PowerOffWatcher, AMonitorThatCannotRunStaysQuiet) {
