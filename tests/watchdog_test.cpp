@@ -1,6 +1,7 @@
 // The crash watchdog with real processes: a stand-in "app" process whose pid the watchdog
 // polls, the watchdog started by the controller through the real process runner, and a
 // stand-in sudo that records each helper call it would have made.
+#include "testing/awake_controller_test_access.h"
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,14 +21,6 @@
 #include "testing/fakes.h"
 
 namespace duskwell {
-
-struct AwakeControllerTestAccess {
-    static void setActive(AwakeController& c, bool active) { c.isActive_ = active; }
-    static void applyPerformance(AwakeController& c) { c.applyPerformance(); }
-    static void startWatchdog(AwakeController& c) { c.startWatchdog(); }
-    static void stopWatchdog(AwakeController& c) { c.stopWatchdog(); }
-    static int watchdogPid(const AwakeController& c) { return c.watchdog_ ? c.watchdog_->pid() : -1; }
-};
 
 namespace {
 

@@ -2,6 +2,7 @@
 // Test support for the view-model tests: puts a controller into the states a user meets
 // where no public operation leads there without the tick loop or a scan (agents seen,
 // busy, an update found), and renders in each language.
+#include "testing/awake_controller_test_access.h"
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -14,20 +15,6 @@
 #include "core/localization.h"
 
 namespace duskwell {
-
-// Members carry a "views" prefix so that other tests' accessors never collide with them.
-struct AwakeControllerTestAccess {
-    static void viewsSetAgents(AwakeController& c, AgentSnapshot s) { c.agents_ = std::move(s); }
-    static void viewsSetBusy(AwakeController& c, bool busy) { c.busy_ = busy; }
-    static void viewsSetNow(AwakeController& c, Date now) { c.now_ = now; }
-    static void viewsSetUpdate(AwakeController& c, std::optional<UpdateInfo> u) { c.update_ = std::move(u); }
-    static void viewsSetHelperInstalled(AwakeController& c, bool on) { c.helperInstalled_ = on; }
-    static void viewsSetIntegrated(AwakeController& c, AgentKind kind, bool on) { c.integrated_[kind] = on; }
-    static void viewsSetNotificationsAllowed(AwakeController& c, std::optional<bool> on) {
-        c.notificationsAllowed_ = on;
-    }
-    static void viewsSetThermal(AwakeController& c, int level) { c.thermal_ = level; }
-};
 
 namespace viewtest {
 

@@ -1,3 +1,4 @@
+#include "testing/awake_controller_test_access.h"
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,15 +11,6 @@
 #include "testing/fakes.h"
 
 namespace duskwell {
-
-// Reaches the controller's private power steps, the way `start` and `stop` use them.
-struct AwakeControllerTestAccess {
-    static void setActive(AwakeController& c, bool active) { c.isActive_ = active; }
-    static void applyPerformance(AwakeController& c) { c.applyPerformance(); }
-    static void restorePerformance(AwakeController& c) { c.restorePerformance(); }
-    static void startWatchdog(AwakeController& c) { c.startWatchdog(); }
-    static void stopWatchdog(AwakeController& c) { c.stopWatchdog(); }
-};
 
 namespace {
 

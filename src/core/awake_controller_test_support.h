@@ -3,6 +3,7 @@
 // the monitor and the phone would call, and readers of what the controller sent out.
 // Other test files give AwakeControllerTestAccess members of their own (power, views); the
 // member names here stay distinct from theirs so that no two inline bodies ever compete.
+#include "testing/awake_controller_test_access.h"
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -13,13 +14,6 @@
 #include "testing/fakes.h"
 
 namespace duskwell {
-
-struct AwakeControllerTestAccess {
-    static void completeScan(AwakeController& c, AgentSnapshot s) { c.handleScan(std::move(s)); }
-    static void phoneCommand(AwakeController& c, PhoneNotifier::Command command) { c.handlePhone(command); }
-    static void tick(AwakeController& c) { c.onTick(); }
-    static bool idleWarned(const AwakeController& c) { return c.idleWarned_; }
-};
 
 namespace testing {
 
