@@ -1,30 +1,38 @@
-// duskwelld: the keep-awake controller, headless, on Linux. For now it starts the controller,
-// prints its state line at start and on every change, and runs the one-second tick until
-// SIGINT or SIGTERM.
+// duskwelld: the keep-awake controller on Linux. The composition root: the real services on
+// an asio event loop, the one controller and its tick, the control socket, the orderly stop
+// on signals and on logind's power-off notice, one instance per user, and either the live
+// terminal dashboard or one log line per change.
+#include <unistd.h>
+
 #include <asio/signal_set.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <iostream>
 #include <optional>
 #include <string>
 
-#include "app/linux/control_server.h"
+#include "app/action.h"
 #include "asio_dispatcher.h"
+#include "control_server.h"
 #include "core/app_config.h"
 #include "core/awake_controller.h"
 #include "core/real_services.h"
+#include "core/services.h"
+#include "core/settings_keys.h"
+#include "core/settings_store.h"
+#include "daemon_options.h"
+#include "dashboard.h"
+#include "dashboard_app.h"
+#include "instance_lock.h"
+#include "power_off_watcher.h"
+#include "scaled_clock.h"
 #include "state_line.h"
+#include "terminal_session.h"
 
 namespace {
 
-void printHelp() {
-    std::cout << "usage: duskwelld [--help] [--version] [--open-url URL]\n\n"
-                 "Keeps this machine awake while AI coding agents work. Runs in the foreground,\n"
-                 "prints the controller's state (mode, period, battery, lid, heat) whenever it\n"
-                 "changes, and stops on Ctrl-C or SIGTERM.\n\n"
-                 "--open-url hands a duskwell:// URL to the running duskwelld and exits.\n\n"
-                 "Settings: ~/.duskwell/settings.json\n";
-}
+using namespace duskwell;
 
 std::string clockPrefix() {
     const std::time_t t = std::time(nullptr);
@@ -35,67 +43,167 @@ std::string clockPrefix() {
     return buf;
 }
 
-}  // namespace
+void logLine(const std::string& line) { std::cout << clockPrefix() << line << std::endl; }
 
-int main(int argc, char** argv) {
-    using namespace duskwell;
-    std::optional<std::string> openURL;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--open-url" && i + 1 < argc) {
-            openURL = argv[++i];
-            continue;
-        }
-        if (arg == "--help" || arg == "-h") {
-            printHelp();
-            return 0;
-        }
-        if (arg == "--version") {
-            std::cout << "duskwelld " << AppConfig::version() << "\n";
-            return 0;
-        }
-        std::cerr << "duskwelld: unknown argument: " << arg << "\n";
-        printHelp();
-        return 2;
-    }
-
-    AsioDispatcher dispatcher;
-    RealServices services(dispatcher);
-    if (openURL) return openURLCommand(*openURL, std::cerr);
-
-    asio::signal_set signals(dispatcher.context(), SIGINT, SIGTERM);
-    signals.async_wait([&](const std::error_code& ec, int) {
-        if (!ec) dispatcher.quit();
-    });
-
-    {
-        AwakeController controller;
-        std::string socketError;
-        const auto control = startControlServer(controller, &socketError);
-        if (!control) {
-            std::cerr << "duskwelld: control socket: " << socketError << "\n";
-            return 1;
-        }
-        std::string printed;
-        auto print = [&] {
-            const std::string line = stateLine(controller);
-            if (line == printed) return;
-            printed = line;
-            std::cout << clockPrefix() << line << std::endl;
-        };
+// Without a terminal: one line per change of the state line or of the last message.
+class ChangeLog {
+public:
+    ChangeLog(AsioDispatcher& dispatcher, AwakeController& c) : dispatcher_(dispatcher), c_(c) {
         print();
-        // Announcements come before the change lands; read the state once it has.
-        bool pending = false;
-        auto subscription = controller.changes().subscribe([&] {
-            if (pending) return;
-            pending = true;
-            dispatcher.post([&] {
-                pending = false;
+        subscription_ = c.changes().subscribe([this] {
+            // Announcements come before the change lands: read the state once it has.
+            if (pending_) return;
+            pending_ = true;
+            dispatcher_.post([this, life = std::weak_ptr<int>(life_)] {
+                if (!life.lock()) return;
+                pending_ = false;
                 print();
             });
         });
+    }
+
+private:
+    void print() {
+        const std::string line = stateLine(c_);
+        if (line != printed_) {
+            printed_ = line;
+            logLine(line);
+        }
+        if (c_.lastMessage() != message_) {
+            message_ = c_.lastMessage();
+            if (message_) logLine(*message_);
+        }
+    }
+
+    AsioDispatcher& dispatcher_;
+    AwakeController& c_;
+    std::shared_ptr<int> life_ = std::make_shared<int>(0);
+    Subscription subscription_;
+    std::string printed_;
+    std::optional<std::string> message_;
+    bool pending_ = false;
+};
+
+std::vector<std::string> arguments(int argc, char** argv) {
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i) args.emplace_back(argv[i]);
+    return args;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const DaemonOptions options = parseDaemonOptions(arguments(argc, argv));
+    if (options.error) {
+        std::cerr << "duskwelld: " << *options.error << "\n\n" << daemonHelpText();
+        return 2;
+    }
+    if (options.help) {
+        std::cout << daemonHelpText();
+        return 0;
+    }
+    if (options.version) {
+        std::cout << "duskwelld " << AppConfig::version() << "\n";
+        return 0;
+    }
+    // A peer that hangs up on the control socket must not kill us.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    AsioDispatcher dispatcher;
+    RealServices real(dispatcher);
+
+    // Test-only: a faster wall clock (see docs/ARCHITECTURE.md, test-only overrides).
+    std::optional<ScaledClock> scaledClock;
+    std::optional<ServicesScope> scaledScope;
+    if (const auto scale = parseTimeScale(std::getenv("DUSKWELL_TEST_TIME_SCALE"))) {
+        scaledClock.emplace(*scale);
+        Services set = real.installed();
+        set.clock = &*scaledClock;
+        scaledScope.emplace(set);
+    }
+
+    // One duskwelld per user; a second start hands its arguments to the first.
+    InstanceLock::Busy busy;
+    std::string lockError;
+    std::optional<InstanceLock> lock =
+        InstanceLock::acquire(AppConfig::supportDir() + "/duskwelld.lock", &busy, &lockError);
+    if (!lock) {
+        if (!lockError.empty()) {
+            std::cerr << "duskwelld: " << lockError << "\n";
+            return 1;
+        }
+        std::cerr << "duskwelld is already running"
+                  << (busy.pid ? " (pid " + std::to_string(*busy.pid) + ")" : std::string()) << ".\n";
+        if (options.openURL) {
+            const int status = openURLCommand(*options.openURL, std::cerr);
+            if (status == 0) std::cerr << "duskwelld: handed " << *options.openURL << " to it.\n";
+            return status;
+        }
+        return 1;
+    }
+
+    const bool dashboard = !options.noDashboard && ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    {
+        AwakeController controller;
+
+        std::string controlError;
+        std::unique_ptr<ControlServer> control = startControlServer(controller, &controlError);
+        if (!control && !dashboard) logLine("control socket unavailable: " + controlError);
+
+        // Every way out except a crash goes through here exactly once: stop (restoring sleep
+        // and the power settings), then leave the loop.
+        bool shutDown = false;
+        auto shutdown = [&] {
+            if (shutDown) return;
+            shutDown = true;
+            perform(controller, Action::make(Action::Kind::shutdown));
+            dispatcher.quit();
+        };
+
+        asio::signal_set signals(dispatcher.context(), SIGTERM, SIGINT, SIGHUP);
+        signals.async_wait([&](const std::error_code& ec, int) {
+            if (!ec) shutdown();
+        });
+
+        // logind's power-off notice: stop now; the SIGTERM that follows ends the process.
+        std::unique_ptr<PowerOffWatcher> powerOff;
+        const char* path = std::getenv("PATH");
+        if (auto command = powerOffMonitorCommand(path ? path : "/usr/bin:/bin")) {
+            powerOff = std::make_unique<PowerOffWatcher>(dispatcher.context(), *command, [&] {
+                if (!dashboard) logLine("power-off notice");
+                perform(controller, Action::make(Action::Kind::shutdown));
+            });
+        }
+
+        // First launch: there is no popover to open; the dashboard (or the log) points at
+        // the settings instead.
+        SettingsStore& settings = *services().settings;
+        const bool firstLaunch = !settings.boolean(SettingsKey::didOnboard).value_or(false);
+        if (firstLaunch) settings.setBool(SettingsKey::didOnboard, true);
+
+        std::unique_ptr<ChangeLog> changeLog;
+        std::unique_ptr<DashboardApp> view;
+        if (dashboard) {
+            if (auto terminal = TerminalSession::begin(STDIN_FILENO, STDOUT_FILENO)) {
+                view = std::make_unique<DashboardApp>(dispatcher.context(), controller, std::move(*terminal),
+                                                      firstLaunch ? std::optional(welcomeText()) : std::nullopt,
+                                                      shutdown);
+            }
+        }
+        if (!view) {
+            changeLog = std::make_unique<ChangeLog>(dispatcher, controller);
+            if (firstLaunch) logLine(welcomeText());
+        }
+
+        if (options.openURL) {
+            const bool handled = controller.handleURL(*options.openURL);
+            if (!view) logLine(*options.openURL + (handled ? " handled" : " not handled"));
+        }
+
         dispatcher.run();
-    }  // the controller (and its timer) goes before the dispatcher
-    std::cout << "duskwelld: stopped\n";
+        shutdown();  // the loop can only end through it, but never leave a period running
+        view.reset();  // the terminal is ours again before anything else prints
+    }  // the control socket, the watcher, then the controller (and its timer) go before the loop
+    if (!dashboard) logLine("stopped");
     return 0;
 }

@@ -1,0 +1,161 @@
+#include "dashboard_app.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/post.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+
+#include "app/action.h"
+#include "core/awake_controller.h"
+#include "core/observable.h"
+#include "dashboard.h"
+
+namespace duskwell {
+
+struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
+    Impl(asio::io_context& ctx, AwakeController& c, TerminalSession t)
+        : context(ctx), controller(c), terminal(std::move(t)), input(ctx), clock(ctx), resize(ctx, SIGWINCH) {}
+
+    asio::io_context& context;
+    AwakeController& controller;
+    std::optional<TerminalSession> terminal;
+    asio::posix::stream_descriptor input;
+    asio::steady_timer clock;
+    asio::signal_set resize;
+    std::optional<std::string> welcome;
+    std::function<void()> onQuit;
+    Subscription subscription;
+    std::string lastFrame;
+    int scroll = 0;
+    bool pending = false;
+    bool closed = false;
+    char buf[64] = {};
+
+    void start() {
+        std::weak_ptr<Impl> weak = weak_from_this();
+        // Announcements come before the change lands: draw once it has, once per batch.
+        subscription = controller.changes().subscribe([weak] {
+            if (auto self = weak.lock()) self->redrawSoon();
+        });
+        input.assign(::dup(terminal->inFd()));
+        readKeys();
+        tickClock();
+        waitResize();
+        redraw();
+    }
+
+    void redrawSoon() {
+        if (pending || closed) return;
+        pending = true;
+        asio::post(context, [self = shared_from_this()] {
+            self->pending = false;
+            if (!self->closed) self->redraw();
+        });
+    }
+
+    void redraw() {
+        if (closed || !terminal) return;
+        if (screenShown() != Screen::main) welcome.reset();  // seen the settings once: enough
+        const auto [w, h] = terminal->size();
+        const DashboardView view = makeDashboardView(controller, welcome, true);
+        std::string frame;
+        for (const auto& line : renderDashboard(view, w, h, scroll)) {
+            if (!frame.empty()) frame += "\n";
+            frame += line;
+        }
+        if (frame == lastFrame) return;  // the clock tick changed nothing visible
+        lastFrame = frame;
+        terminal->draw(frame);
+    }
+
+    Screen screenShown() const { return controller.screen(); }
+
+    void tickClock() {
+        clock.expires_after(std::chrono::seconds(1));
+        clock.async_wait([self = shared_from_this()](const std::error_code& ec) {
+            if (ec || self->closed) return;
+            self->redraw();
+            self->tickClock();
+        });
+    }
+
+    void waitResize() {
+        resize.async_wait([self = shared_from_this()](const std::error_code& ec, int) {
+            if (ec || self->closed) return;
+            self->lastFrame.clear();
+            self->redraw();
+            self->waitResize();
+        });
+    }
+
+    void readKeys() {
+        input.async_read_some(asio::buffer(buf), [self = shared_from_this()](const std::error_code& ec, std::size_t n) {
+            if (ec || self->closed) return;  // the terminal went away: SIGHUP follows
+            for (const Key& key : decodeKeys(std::string_view(self->buf, n))) {
+                if (!self->handle(key)) return;
+            }
+            self->readKeys();
+        });
+    }
+
+    // False when the dashboard is finished.
+    bool handle(const Key& key) {
+        const DashboardView view = makeDashboardView(controller, welcome, true);
+        const auto command = commandForKey(view.bindings, key);
+        if (!command) return true;
+        switch (command->kind) {
+            case DashboardCommand::Kind::quit:
+                if (onQuit) onQuit();
+                return false;
+            case DashboardCommand::Kind::scrollDown:
+                ++scroll;
+                break;
+            case DashboardCommand::Kind::scrollUp:
+                --scroll;
+                break;
+            case DashboardCommand::Kind::perform: {
+                const ActionOutcome outcome = perform(controller, *command->action);
+                if (outcome.terminate) {
+                    if (onQuit) onQuit();
+                    return false;
+                }
+                break;
+            }
+        }
+        redraw();
+        return true;
+    }
+
+    void close() {
+        closed = true;
+        subscription.reset();
+        std::error_code ec;
+        input.cancel(ec);
+        input.close(ec);
+        clock.cancel();
+        resize.cancel(ec);
+        terminal.reset();
+    }
+};
+
+DashboardApp::DashboardApp(asio::io_context& context, AwakeController& controller, TerminalSession terminal,
+                           std::optional<std::string> welcome, std::function<void()> onQuit)
+    : impl_(std::make_shared<Impl>(context, controller, std::move(terminal))) {
+    impl_->welcome = std::move(welcome);
+    impl_->onQuit = std::move(onQuit);
+    // Someone is looking: the controller scans as often as for an open popover.
+    perform(controller, Action::make(Action::Kind::popoverOpened));
+    impl_->start();
+}
+
+DashboardApp::~DashboardApp() {
+    // Pending handlers may keep impl_ alive a little longer; the terminal is put back now.
+    impl_->close();
+}
+
+}  // namespace duskwell

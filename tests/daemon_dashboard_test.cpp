@@ -1,0 +1,130 @@
+// The terminal dashboard in a real terminal: duskwelld inside a private tmux server with a
+// fixed window size, keys sent with send-keys, the screen read back with capture-pane.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "daemon_fixture.h"
+
+namespace duskwell::daemontest {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// A tmux server of our own (its own socket), killed with everything in it at the end.
+class Tmux {
+public:
+    explicit Tmux(const std::string& scratch) : scratch_(scratch), socket_(scratch + "/tmux.sock") {}
+    ~Tmux() { tmux({"kill-server"}); }
+
+    RunResult tmux(std::vector<std::string> args) const {
+        std::vector<std::string> argv{"/usr/bin/tmux", "-S", socket_, "-f", "/dev/null"};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return run(argv, scratch_, 10);
+    }
+    bool start(const std::string& command, int width, int height) const {
+        return tmux({"new-session", "-d", "-s", "dw", "-x", std::to_string(width), "-y", std::to_string(height),
+                     command})
+                   .status == 0;
+    }
+    std::string screen() const { return tmux({"capture-pane", "-p", "-t", "dw"}).output; }
+    void keys(const std::string& key) const { tmux({"send-keys", "-t", "dw", key}); }
+    bool alive() const { return tmux({"has-session", "-t", "dw"}).status == 0; }
+
+    bool waitForScreen(const std::function<bool(const std::string&)>& ok, double seconds) const {
+        return waitFor([&] { return ok(screen()); }, seconds);
+    }
+    bool waitForText(const std::string& text, double seconds) const {
+        return waitForScreen([&](const std::string& s) { return s.find(text) != std::string::npos; }, seconds);
+    }
+
+private:
+    std::string scratch_;
+    std::string socket_;
+};
+
+// The hero card's remaining time ("29:58 left"), as "29:58".
+std::optional<std::string> countdown(const std::string& screen) {
+    std::smatch m;
+    if (std::regex_search(screen, m, std::regex(R"(((\d+:)?\d{1,2}:\d{2}) left)"))) return m[1].str();
+    return std::nullopt;
+}
+
+// The title bar: the application's name and the status item (symbol and live title).
+std::string titleBar(const std::string& screen) { return screen.substr(0, screen.find('\n')); }
+
+TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
+    if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
+    DaemonHome home;
+    Tmux tmux(home.bin());
+    ASSERT_TRUE(tmux.start(binary("duskwelld"), 100, 40));
+
+    // Main page, idle, with the key map in view.
+    ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
+    std::string screen = tmux.screen();
+    EXPECT_THAT(screen, HasSubstr("Welcome to Duskwell"));  // first launch
+    EXPECT_THAT(screen, HasSubstr("q quit"));
+    EXPECT_THAT(screen, HasSubstr("s Settings"));
+    EXPECT_THAT(screen, HasSubstr("Lid:"));
+    EXPECT_FALSE(countdown(screen)) << screen;
+    EXPECT_THAT(titleBar(screen), HasSubstr("☾"));  // the idle symbol, no title
+
+    // Timer mode, then the first preset chip (30 minutes).
+    tmux.keys("t");
+    ASSERT_TRUE(tmux.waitForText("[1] 30m", 5)) << tmux.screen();
+    tmux.keys("1");
+    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
+
+    // The remaining time counts down, and the status item shows the period's title.
+    std::optional<std::string> first, later;
+    ASSERT_TRUE(waitFor([&] { return (first = countdown(tmux.screen())).has_value(); }, 5)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { later = countdown(tmux.screen()); return later && *later != *first; }, 5))
+        << *first << " never changed";
+    EXPECT_THAT(*first, ::testing::MatchesRegex("(29|30):[0-9][0-9]"));
+    EXPECT_THAT(titleBar(tmux.screen()), HasSubstr("⚡ 30m"));
+
+    // Space stops it.
+    tmux.keys("Space");
+    ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-off") == 1; }, 5));
+    EXPECT_FALSE(countdown(tmux.screen())) << tmux.screen();
+    EXPECT_THAT(titleBar(tmux.screen()), Not(HasSubstr("⚡")));
+
+    // Settings and back.
+    tmux.keys("s");
+    ASSERT_TRUE(tmux.waitForText("Behavior", 5)) << tmux.screen();
+    screen = tmux.screen();
+    EXPECT_THAT(screen, HasSubstr("Max performance"));
+    EXPECT_THAT(screen, HasSubstr("Esc Back"));
+    tmux.keys("b");
+    ASSERT_TRUE(tmux.waitForText("Mode:", 5)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), Not(HasSubstr("Behavior")));
+    EXPECT_THAT(tmux.screen(), Not(HasSubstr("Welcome to Duskwell")));  // seen the settings: hint gone
+
+    // q quits: the pane closes with the program.
+    tmux.keys("q");
+    EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+    EXPECT_EQ(home.count("lid-off"), 1);
+}
+
+TEST(DaemonDashboard, QuitDuringAPeriodStopsItFirst) {
+    if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
+    DaemonHome home;
+    Tmux tmux(home.bin());
+    ASSERT_TRUE(tmux.start(binary("duskwelld"), 90, 30));
+    ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
+    tmux.keys("Space");  // the remembered mode (AI Auto)
+    ASSERT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 10)) << tmux.screen();
+    tmux.keys("q");
+    EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+    EXPECT_EQ(home.count("lid-off"), 1);
+    const auto settings = home.settings();
+    ASSERT_TRUE(settings);
+    EXPECT_FALSE(settings->value("restore.lid", false));
+}
+
+}  // namespace
+}  // namespace duskwell::daemontest

@@ -1,0 +1,214 @@
+// duskwelld end to end: the real daemon, terminal command and control socket in a
+// temporary HOME, a stand-in agent the process scan finds, a recording sudo in place of the
+// privileged helper, and the ntfy test server in place of the phone's server.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "daemon_fixture.h"
+#include "ntfy_test_server.h"
+
+namespace duskwell::daemontest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+// The phone alerts the server received: "title|message" per published JSON body.
+std::vector<std::string> alerts(const testing::NtfyTestServer& server) {
+    std::vector<std::string> out;
+    for (const auto& r : server.requests()) {
+        if (r.method != "POST") continue;
+        auto j = nlohmann::json::parse(r.body, nullptr, false);
+        if (j.is_discarded() || !j.is_object()) continue;
+        out.push_back(j.value("title", "") + "|" + j.value("message", ""));
+    }
+    return out;
+}
+
+bool hasAlert(const testing::NtfyTestServer& server, const std::string& piece) {
+    for (const auto& a : alerts(server)) {
+        if (a.find(piece) != std::string::npos) return true;
+    }
+    return false;
+}
+
+std::string describeStatus(const std::optional<nlohmann::json>& s) {
+    if (!s) return "none";
+    if (!s->value("active", false)) return "idle";
+    std::string d = "active " + s->value("mode", std::string("?"));
+    bool working = false;
+    for (const auto& a : s->value("agents", nlohmann::json::array())) {
+        working = working || (a.value("name", "") == "Claude Code" && a.value("state", "") == "working");
+    }
+    if (working) d += " working";
+    if (s->contains("sleepsInSeconds")) d += " counting-down";
+    return d;
+}
+
+TEST(DaemonEndToEnd, AutoPeriodEndsWhenTheAgentGoesQuietWithWarningStopAndRestore) {
+    testing::NtfyTestServer ntfy;
+    DaemonHome home(ntfy.url(), /*timeScale=*/60);  // the ten quiet minutes last ten seconds
+    home.writeSettings({{"phone.enabled", true}});
+    BusyAgent agent(home.bin());
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running()) << testing::readFile(home.daemonLog()).value_or("");
+
+    // Every distinct state the status file goes through, in order.
+    std::vector<std::string> seen;
+    auto observe = [&] {
+        const std::string now = describeStatus(home.status());
+        if (seen.empty() || seen.back() != now) seen.push_back(now);
+    };
+
+    const RunResult start = run({binary("duskwell-cli"), "start"}, home.bin());
+    ASSERT_EQ(start.status, 0) << start.output;
+    ASSERT_TRUE(waitFor([&] { observe(); return describeStatus(home.status()) == "active auto working"; }, 30))
+        << describeStatus(home.status()) << "\n" << testing::readFile(home.daemonLog()).value_or("");
+    EXPECT_THAT(home.helperVerbs(), ::testing::Contains("lid-on"));
+    EXPECT_EQ(home.count("lid-off"), 0);
+
+    agent.quiet();
+    ASSERT_TRUE(waitFor([&] { observe(); return hasAlert(ntfy, "All AI tasks finished. Going to sleep."); }, 40))
+        << ::testing::PrintToString(alerts(ntfy));
+    ASSERT_TRUE(waitFor([&] { observe(); return describeStatus(home.status()) == "idle"; }, 15));
+
+    // The warning came before the stop, each exactly once.
+    const auto got = alerts(ntfy);
+    int warn = -1, stop = -1, warnings = 0, stops = 0;
+    for (int i = 0; i < static_cast<int>(got.size()); ++i) {
+        if (got[static_cast<std::size_t>(i)] == "Sleeping soon|All AI tasks are quiet. Sleeping in 1 minute.") warn = i, ++warnings;
+        if (got[static_cast<std::size_t>(i)] == "Duskwell|All AI tasks finished. Going to sleep.") stop = i, ++stops;
+    }
+    EXPECT_EQ(warnings, 1) << ::testing::PrintToString(got);
+    EXPECT_EQ(stops, 1) << ::testing::PrintToString(got);
+    EXPECT_LT(warn, stop);
+
+    // The helper was asked to keep the lid awake, then to give it back, once each.
+    const auto verbs = home.helperVerbs();
+    std::vector<std::string> lid;
+    for (const auto& v : verbs) {
+        if (v == "lid-on" || v == "lid-off") lid.push_back(v);
+    }
+    EXPECT_THAT(lid, ElementsAre("lid-on", "lid-off"));
+
+    // The status file followed: running with the agent working (possibly after a moment of
+    // counting down, before the first scan that saw the agent busy), counting down once it
+    // went quiet, idle again.
+    std::vector<std::string> steps;
+    for (const auto& s : seen) {
+        if (s != "none") steps.push_back(s);
+    }
+    const auto working = std::find(steps.rbegin(), steps.rend(), "active auto working");
+    ASSERT_NE(working, steps.rend()) << ::testing::PrintToString(steps);
+    const auto afterWorking = std::vector<std::string>(working.base(), steps.end());
+    EXPECT_THAT(afterWorking, ElementsAre("active auto counting-down", "idle")) << ::testing::PrintToString(steps);
+
+    // The daemon keeps running after an automatic stop, and the stop's reason is in its log.
+    EXPECT_TRUE(daemon->running());
+    EXPECT_THAT(testing::readFile(home.daemonLog()).value_or(""), HasSubstr("All AI tasks finished. Going to sleep."));
+    daemon->signal(SIGTERM);
+    const auto status = daemon->wait(10);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 0);
+}
+
+TEST(DaemonEndToEnd, KillNineLeavesTheWatchdogToRestoreAndTheNextStartRecovers) {
+    DaemonHome home;
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running()) << testing::readFile(home.daemonLog()).value_or("");
+
+    // A second start hands its URL to the first and answers for it.
+    const RunResult forwarded =
+        run({binary("duskwelld"), "--open-url", "duskwell://start?mode=timer&minutes=30"}, home.bin());
+    EXPECT_EQ(forwarded.status, 0) << forwarded.output;
+    EXPECT_THAT(forwarded.output, HasSubstr("already running"));
+    ASSERT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 10));
+    ASSERT_EQ(home.count("lid-off"), 0);
+
+    const auto killed = Clock::now();
+    daemon->kill(SIGKILL);
+    ASSERT_TRUE(waitFor([&] { return home.count("lid-off") == 1; }, 6));
+    EXPECT_LE(std::chrono::duration<double>(Clock::now() - killed).count(), 3.5);
+
+    // The next start finds the restore record the dead process left and repairs once more.
+    auto next = home.startDaemon();
+    ASSERT_TRUE(next->running()) << testing::readFile(home.daemonLog()).value_or("");
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-off") == 2; }, 10)) << ::testing::PrintToString(home.helperVerbs());
+    EXPECT_EQ(home.count("lid-on"), 1);  // recovery starts no period
+    const auto settings = home.settings();
+    ASSERT_TRUE(settings);
+    EXPECT_FALSE(settings->value("restore.lid", false));
+    next->signal(SIGTERM);
+    const auto status = next->wait(10);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 0);
+}
+
+TEST(DaemonEndToEnd, SigtermDuringAPeriodRestoresAndExitsZero) {
+    DaemonHome home;
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running());
+    const RunResult start = run({binary("duskwell-cli"), "start", "--mode", "timer", "--minutes", "45"}, home.bin());
+    ASSERT_EQ(start.status, 0) << start.output;
+    ASSERT_EQ(home.count("lid-on"), 1);
+
+    daemon->signal(SIGTERM);
+    const auto status = daemon->wait(10);
+    ASSERT_TRUE(status.has_value()) << "duskwelld did not exit on SIGTERM";
+    ASSERT_TRUE(WIFEXITED(*status)) << "ended by signal " << (WIFSIGNALED(*status) ? WTERMSIG(*status) : 0);
+    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    const auto verbs = home.helperVerbs();
+    ASSERT_FALSE(verbs.empty());
+    EXPECT_EQ(home.count("lid-off"), 1);
+    EXPECT_EQ(std::find(verbs.begin(), verbs.end(), "lid-on") < std::find(verbs.begin(), verbs.end(), "lid-off"), true);
+    const auto settings = home.settings();
+    ASSERT_TRUE(settings);
+    EXPECT_FALSE(settings->value("restore.lid", false));  // nothing left for a recovery
+    EXPECT_TRUE(settings->value("didOnboard", false));    // the first launch was noted
+    // No watchdog left behind to restore again later.
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    EXPECT_EQ(home.count("lid-off"), 1);
+}
+
+TEST(DaemonEndToEnd, OnlyOneDaemonPerUser) {
+    DaemonHome home;
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running());
+
+    const RunResult plain = run({binary("duskwelld")}, home.bin());
+    EXPECT_EQ(plain.status, 1);
+    EXPECT_THAT(plain.output, HasSubstr("already running (pid " + std::to_string(daemon->pid()) + ")"));
+
+    const RunResult unknown = run({binary("duskwelld"), "--open-url", "duskwell://frobnicate"}, home.bin());
+    EXPECT_EQ(unknown.status, 1) << unknown.output;
+    EXPECT_TRUE(daemon->running());  // the first one is untouched
+
+    daemon->signal(SIGTERM);
+    ASSERT_TRUE(daemon->wait(10));
+    // Once it is gone, the next start is the first again.
+    auto again = home.startDaemon();
+    EXPECT_TRUE(again->running()) << testing::readFile(home.daemonLog()).value_or("");
+}
+
+TEST(DaemonEndToEnd, OpenURLStartsTheFirstInstanceAndHandlesItsLink) {
+    DaemonHome home;
+    auto daemon = home.startDaemon({"--open-url", "duskwell://start?mode=timer&minutes=20"});
+    ASSERT_TRUE(daemon->running()) << testing::readFile(home.daemonLog()).value_or("");
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 10));
+    EXPECT_TRUE(waitFor([&] { return describeStatus(home.status()) == "active timer"; }, 10))
+        << describeStatus(home.status());
+}
+
+TEST(DaemonEndToEnd, HelpDescribesDashboardLogAndKeys) {
+    DaemonHome home;
+    const RunResult help = run({binary("duskwelld"), "--help"}, home.bin());
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, HasSubstr("dashboard"));
+    EXPECT_THAT(help.output, HasSubstr("journal"));
+    EXPECT_THAT(help.output, HasSubstr("quit: stops a running period first"));
+    const RunResult bad = run({binary("duskwelld"), "--bogus"}, home.bin());
+    EXPECT_EQ(bad.status, 2);
+}
+
+}  // namespace
+}  // namespace duskwell::daemontest
