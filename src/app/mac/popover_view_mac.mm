@@ -2,13 +2,17 @@
 // every text, symbol, state and action comes from the model.
 #import "app_delegate_mac.h"
 
-#import <CoreImage/CoreImage.h>
+#include <string>
 
 #include "app/popover_model.h"
+#include "phone/qr_code.h"
 
 using namespace duskwell;
 
-static NSString* str(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()]; }
+static NSString* str(const std::string& s) {
+    NSString* text = [NSString stringWithUTF8String:s.c_str()];
+    return text != nil ? text : @"";
+}
 
 static const CGFloat kWidth = 340;
 
@@ -46,9 +50,8 @@ static const CGFloat kWidth = 340;
 }
 
 - (NSImageView*)symbol:(const std::string&)name {
-    NSImageView* v = [NSImageView imageViewWithImage:[NSImage imageWithSystemSymbolName:str(name)
-                                                                 accessibilityDescription:nil] ?: [NSImage new]];
-    return v;
+    NSImage* image = [NSImage imageWithSystemSymbolName:str(name) accessibilityDescription:nil];
+    return [NSImageView imageViewWithImage:image != nil ? image : [[NSImage alloc] init]];
 }
 
 - (id)targetFor:(const Action&)action {
@@ -97,7 +100,7 @@ static const CGFloat kWidth = 340;
         if (!c.symbol.empty()) b.image = [NSImage imageWithSystemSymbolName:str(c.symbol) accessibilityDescription:nil];
         b.imagePosition = NSImageLeading;
         b.bezelStyle = NSBezelStyleRecessed;
-        b.buttonType = NSButtonTypePushOnPushOff;
+        [b setButtonType:NSButtonTypePushOnPushOff];  // NSButton declares only the setter
         b.state = c.selected ? NSControlStateValueOn : NSControlStateValueOff;
         b.enabled = c.enabled;
         [views addObject:b];
@@ -131,19 +134,10 @@ static const CGFloat kWidth = 340;
 }
 
 - (NSImageView*)qr:(const std::string&)text size:(int)size {
-    CIFilter* filter = [CIFilter filterWithName:@"CIQRCodeGenerator"];
-    [filter setValue:[str(text) dataUsingEncoding:NSUTF8StringEncoding] forKey:@"inputMessage"];
-    [filter setValue:@"M" forKey:@"inputCorrectionLevel"];
-    CIImage* output = filter.outputImage;
     NSImageView* view = [[NSImageView alloc] init];
-    if (output) {
-        const CGFloat scaleX = 2.0 * size / output.extent.size.width;
-        const CGFloat scaleY = 2.0 * size / output.extent.size.height;
-        CIImage* scaled = [output imageByApplyingTransform:CGAffineTransformMakeScale(scaleX, scaleY)];
-        NSImage* image = [[NSImage alloc] initWithSize:NSMakeSize(size, size)];
-        [image addRepresentation:[NSCIImageRep imageRepWithCIImage:scaled]];
-        view.image = image;
-    }
+    // The platform layer draws the code (Core Image); we take ownership of its image.
+    NSImage* image = CFBridgingRelease(qrImage(text, size));
+    if (image) view.image = image;
     [view.widthAnchor constraintEqualToConstant:size].active = YES;
     [view.heightAnchor constraintEqualToConstant:size].active = YES;
     return view;
@@ -199,10 +193,13 @@ static const CGFloat kWidth = 340;
         const UntilCardModel& u = *p.until;
         NSDatePicker* picker = [[NSDatePicker alloc] init];
         picker.datePickerElements = NSDatePickerElementFlagHourMinute;
-        NSDateComponents* parts = [[NSDateComponents alloc] init];
-        parts.hour = u.hour;
-        parts.minute = u.minute;
-        picker.dateValue = [[NSCalendar currentCalendar] dateFromComponents:parts];
+        // Only hour and minute are shown and read back; today carries them.
+        NSDate* shown = [[NSCalendar currentCalendar] dateBySettingHour:u.hour
+                                                                 minute:u.minute
+                                                                 second:0
+                                                                 ofDate:[NSDate date]
+                                                                options:0];
+        if (shown) picker.dateValue = shown;
         picker.target = self;
         picker.action = @selector(untilPicked:);
         [_stack addArrangedSubview:[self text:u.title size:13 bold:YES]];
@@ -248,16 +245,16 @@ static const CGFloat kWidth = 340;
 
     [_stack addArrangedSubview:[self text:p.behavior.title size:13 bold:YES]];
     for (const ToggleRow& t : p.behavior.toggles) [_stack addArrangedSubview:[self toggle:t]];
-    NSPopUpButton* floor = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+    NSPopUpButton* batteryFloor = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
     for (const PickerOption& o : p.behavior.batteryOptions) {
-        [floor addItemWithTitle:str(o.title)];
-        NSMenuItem* item = floor.lastItem;
+        [batteryFloor addItemWithTitle:str(o.title)];
+        NSMenuItem* item = batteryFloor.lastItem;
         item.target = [self targetFor:o.action];
         item.action = @selector(fire:);
-        if (o.value == p.behavior.batterySelected) [floor selectItem:item];
+        if (o.value == p.behavior.batterySelected) [batteryFloor selectItem:item];
     }
     [_stack addArrangedSubview:[self row:@[ [self symbol:p.behavior.batterySymbol],
-                                            [self text:p.behavior.batteryTitle size:13 bold:NO], floor ]]];
+                                            [self text:p.behavior.batteryTitle size:13 bold:NO], batteryFloor ]]];
     [_stack addArrangedSubview:[self text:p.behavior.batterySubtitle size:11 bold:NO]];
 
     [_stack addArrangedSubview:[self text:p.shortcuts.title size:13 bold:YES]];
@@ -283,7 +280,9 @@ static const CGFloat kWidth = 340;
         [v removeFromSuperview];
     }
     [_targets removeAllObjects];
-    const PopoverModel model = makePopoverModel([_delegate controller]);
+    AppDelegate* delegate = _delegate;
+    if (!delegate) return;
+    const PopoverModel model = makePopoverModel([delegate controller]);
     if (model.main) [self addMain:*model.main];
     if (model.settings) [self addSettings:*model.settings];
     self.preferredContentSize = _stack.fittingSize;
