@@ -2,8 +2,6 @@
 // the orderly stop on quit, power-off and termination signals. Main thread only.
 #import "app_delegate_mac.h"
 
-#import <Carbon/Carbon.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -20,7 +18,8 @@
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
 
-using duskwell::Action;
+// Last: Carbon's old macros (AssertMacros' check, verify, require) must not reach our headers.
+#import <Carbon/Carbon.h>
 
 namespace {
 
@@ -38,7 +37,7 @@ constexpr UInt32 kKeyCodeL = 37;
 OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     AppDelegate* delegate = (__bridge AppDelegate*)userData;
     dispatch_async(dispatch_get_main_queue(), ^{
-        [delegate performAction:Action::make(Action::Kind::toggle)];
+        [delegate performAction:duskwell::Action::make(duskwell::Action::Kind::toggle)];
     });
     return noErr;
 }
@@ -46,10 +45,10 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 }  // namespace
 
 @implementation DWActionTarget {
-    Action _action;
+    duskwell::Action _action;
     __weak AppDelegate* _delegate;
 }
-- (instancetype)initWithAction:(const Action&)action delegate:(AppDelegate*)delegate {
+- (instancetype)initWithAction:(const duskwell::Action&)action delegate:(AppDelegate*)delegate {
     if ((self = [super init])) {
         _action = action;
         _delegate = delegate;
@@ -104,7 +103,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     return *_controller;
 }
 
-- (void)performAction:(const Action&)action {
+- (void)performAction:(const duskwell::Action&)action {
     duskwell::ActionOutcome out;
     // Nothing thrown by the core may unwind into AppKit.
     try {
@@ -160,7 +159,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
                     object:nil
                      queue:[NSOperationQueue mainQueue]
                 usingBlock:^(NSNotification*) {
-                  [weakSelf performAction:Action::make(Action::Kind::shutdown)];
+                  [weakSelf performAction:duskwell::Action::make(duskwell::Action::Kind::shutdown)];
                 }];
 
     // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0. The default disposition is
@@ -233,7 +232,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 - (void)finalStop {
     if (_stopped) return;
     _stopped = YES;
-    [self performAction:Action::make(Action::Kind::shutdown)];
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::shutdown)];
     _control.reset();  // removes the socket file, so the terminal command knows we are gone
 }
 
@@ -333,12 +332,12 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 
 - (void)popoverWillShow:(NSNotification*)notification {
     (void)notification;
-    [self performAction:Action::make(Action::Kind::popoverOpened)];
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::popoverOpened)];
 }
 
 - (void)popoverDidClose:(NSNotification*)notification {
     (void)notification;
-    [self performAction:Action::make(Action::Kind::popoverClosed)];
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::popoverClosed)];
 }
 
 - (void)registerHotKey {
