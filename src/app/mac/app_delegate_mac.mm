@@ -342,10 +342,10 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 
 - (void)registerHotKey {
     // Keyboard class, hot-key-pressed kind, on the application target.
-    EventTypeSpec spec;
-    spec.eventClass = kEventClassKeyboard;
-    spec.eventKind = kEventHotKeyPressed;
-    if (InstallEventHandler(GetApplicationEventTarget(), &hotKeyHandler, 1, &spec, (__bridge void*)self, nullptr) !=
+    EventTypeSpec pressed;
+    pressed.eventClass = kEventClassKeyboard;
+    pressed.eventKind = kEventHotKeyPressed;
+    if (InstallEventHandler(GetApplicationEventTarget(), &hotKeyHandler, 1, &pressed, (__bridge void*)self, nullptr) !=
         noErr) {
         return;
     }
