@@ -126,17 +126,18 @@ TEST_F(AgentsCommand, ReportsLookAlikeAgentsWithTheirKindsCountsAndStates) {
 }
 
 TEST_F(AgentsCommand, TheTableShowsOneLinePerKind) {
-    const std::string goose = program("/bin/sleep", "goose");
-    ASSERT_GT(start({goose, "60"}), 0);
+    // A kind no other test starts: ctest runs tests side by side and the scan sees them all.
+    const std::string server = program("/bin/sleep", "llama-server");
+    ASSERT_GT(start({server, "60"}), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     const RunResult out = cli({"agents"});
     ASSERT_EQ(out.status, 0);
     EXPECT_NE(out.output.find("AGENT"), std::string::npos) << out.output;
-    const auto line = out.output.find("Goose");
+    const auto line = out.output.find("llama.cpp");
     ASSERT_NE(line, std::string::npos) << out.output;
-    const std::string gooseLine = out.output.substr(line, out.output.find('\n', line) - line);
-    EXPECT_NE(gooseLine.find(" 1 "), std::string::npos) << gooseLine;
-    EXPECT_NE(gooseLine.find("idle"), std::string::npos) << gooseLine;
+    const std::string serverLine = out.output.substr(line, out.output.find('\n', line) - line);
+    EXPECT_NE(serverLine.find(" 1 "), std::string::npos) << serverLine;
+    EXPECT_NE(serverLine.find("idle"), std::string::npos) << serverLine;
 }
 
 TEST_F(AgentsCommand, AnUnknownOptionIsAUsageError) {
