@@ -1,69 +1,17 @@
 // `duskwell agents` against real processes dressed up as agents on this machine.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
-#include <thread>
 
-#include "testing/fakes.h"
+#include "process_support.h"
 
-extern char** environ;
-namespace fs = std::filesystem;
-
-namespace duskwell {
+namespace duskwell::itest {
 namespace {
 
-struct Output {
-    int status = -1;
-    std::string text;
-};
-
-Output runCli(const std::string& home, const std::string& args) {
-    const std::string cmd = "HOME='" + home + "' LANG=C '" + std::string(DUSKWELL_BIN_DIR) + "/duskwell-cli' " + args;
-    Output out;
-    FILE* p = ::popen(cmd.c_str(), "r");
-    if (!p) return out;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.text.append(buf, n);
-    const int st = ::pclose(p);
-    out.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return out;
-}
-
-// Processes started for one test, each in its own process group, all killed at the end.
-class Processes {
-public:
-    ~Processes() {
-        for (const pid_t pid : pids_) ::kill(-pid, SIGKILL);
-        for (const pid_t pid : pids_) ::waitpid(pid, nullptr, 0);
-    }
-    pid_t start(const std::string& path, const std::vector<std::string>& argv) {
-        std::vector<char*> v;
-        for (const auto& a : argv) v.push_back(const_cast<char*>(a.c_str()));
-        v.push_back(nullptr);
-        posix_spawnattr_t attr;
-        posix_spawnattr_init(&attr);
-        posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-        posix_spawnattr_setpgroup(&attr, 0);
-        pid_t pid = -1;
-        const int rc = ::posix_spawn(&pid, path.c_str(), nullptr, &attr, v.data(), environ);
-        posix_spawnattr_destroy(&attr);
-        if (rc != 0) return -1;
-        pids_.push_back(pid);
-        return pid;
-    }
-
-private:
-    std::vector<pid_t> pids_;
-};
+namespace fs = std::filesystem;
 
 const nlohmann::json* row(const nlohmann::json& rows, const std::string& kind) {
     for (const auto& r : rows)
@@ -75,7 +23,7 @@ class AgentsCommand : public ::testing::Test {
 protected:
     testing::TempDir bin;
     testing::TempDir home;
-    Processes procs;
+    std::vector<std::unique_ptr<Process>> procs;  // each killed with its children at the end
 
     // A copy of a system program under an agent's (or a look-alike's) name.
     std::string program(const std::string& from, const std::string& name) {
@@ -84,35 +32,43 @@ protected:
         fs::permissions(to, fs::perms::owner_all);
         return to;
     }
+    int start(const std::vector<std::string>& argv) {
+        procs.push_back(std::make_unique<Process>(argv));
+        return procs.back()->pid();
+    }
+    RunResult cli(const std::vector<std::string>& args) {
+        std::vector<std::string> argv{binary("duskwell-cli")};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return run(argv, bin.path(),
+                   {.stderrTo = Stderr::apart, .env = std::vector<std::string>{"HOME=" + home.path(), "PATH=/usr/bin:/bin", "LANG=C"}});
+    }
 };
 
 TEST_F(AgentsCommand, ReportsLookAlikeAgentsWithTheirKindsCountsAndStates) {
     // Two unrelated idle goose instances, and look-alikes that must not count.
     const std::string goose = program("/bin/sleep", "goose");
-    ASSERT_GT(procs.start(goose, {goose, "60"}), 0);
-    ASSERT_GT(procs.start(goose, {goose, "60"}), 0);
+    ASSERT_GT(start({goose, "60"}), 0);
+    ASSERT_GT(start({goose, "60"}), 0);
     for (const char* name : {"Goose", "goose-helper", "Claude", "claude-helper"}) {
         const std::string p = program("/bin/sleep", name);
-        ASSERT_GT(procs.start(p, {p, "60"}), 0);
+        ASSERT_GT(start({p, "60"}), 0);
     }
     // A cursor-agent whose child is another cursor-agent: one instance.
     const std::string cursor = program("/bin/sh", "cursor-agent");
-    ASSERT_GT(procs.start(cursor, {cursor, "-c", cursor + " -c 'sleep 60; :'; :"}), 0);
+    ASSERT_GT(start({cursor, "-c", cursor + " -c 'sleep 60; :'; :"}), 0);
     // An idle opencode root whose child shell spins: the tree works.
     const std::string opencode = program("/bin/sh", "opencode");
-    ASSERT_GT(procs.start(opencode, {opencode, "-c", "sh -c 'while :; do :; done' & wait"}), 0);
+    ASSERT_GT(start({opencode, "-c", "sh -c 'while :; do :; done' & wait"}), 0);
     // A Python model server known only by its command line, and a Python look-alike.
     const bool python = fs::exists("/usr/bin/python3");
     if (python) {
-        ASSERT_GT(procs.start("/usr/bin/python3",
-                              {"python3", "-c", "import time; time.sleep(60)", "mlx_lm.server", "--port", "8080"}),
-                  0);
-        ASSERT_GT(procs.start("/usr/bin/python3", {"python3", "-c", "import time; time.sleep(60)", "-m", "aider"}), 0);
+        ASSERT_GT(start({"/usr/bin/python3", "-c", "import time; time.sleep(60)", "mlx_lm.server", "--port", "8080"}), 0);
+        ASSERT_GT(start({"/usr/bin/python3", "-c", "import time; time.sleep(60)", "-m", "aider"}), 0);
     }
     // A hook record of a waiting codex session, on a running (non-agent) process, and the
     // record of a session whose process is gone.
     const std::string sleeper = program("/bin/sleep", "plain-sleep");
-    const pid_t hookedPid = procs.start(sleeper, {sleeper, "60"});
+    const int hookedPid = start({sleeper, "60"});
     ASSERT_GT(hookedPid, 0);
     const std::string sessions = home.path() + "/.duskwell/sessions";
     fs::create_directories(sessions);
@@ -123,15 +79,15 @@ TEST_F(AgentsCommand, ReportsLookAlikeAgentsWithTheirKindsCountsAndStates) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // let every exec happen
 
     const auto started = std::chrono::steady_clock::now();
-    const Output out = runCli(home.path(), "agents --json");
+    const RunResult out = cli({"agents", "--json"});
     const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    ASSERT_EQ(out.status, 0) << out.text;
+    ASSERT_EQ(out.status, 0) << out.output;
     EXPECT_LT(took, 2.5);  // one second of sampling, plus the start-up
-    const auto rows = nlohmann::json::parse(out.text);
-    ASSERT_TRUE(rows.is_array()) << out.text;
+    const auto rows = nlohmann::json::parse(out.output);
+    ASSERT_TRUE(rows.is_array()) << out.output;
 
     const auto* g = row(rows, "goose");
-    ASSERT_TRUE(g) << out.text;
+    ASSERT_TRUE(g) << out.output;
     EXPECT_EQ(g->at("count"), 2);
     EXPECT_EQ(g->at("state"), "idle");
     EXPECT_EQ(g->at("name"), "Goose");
@@ -139,26 +95,26 @@ TEST_F(AgentsCommand, ReportsLookAlikeAgentsWithTheirKindsCountsAndStates) {
     EXPECT_TRUE(g->at("since").is_null());
 
     const auto* c = row(rows, "cursor");
-    ASSERT_TRUE(c) << out.text;
+    ASSERT_TRUE(c) << out.output;
     EXPECT_EQ(c->at("count"), 1);
     EXPECT_EQ(c->at("state"), "idle");
 
     const auto* o = row(rows, "opencode");
-    ASSERT_TRUE(o) << out.text;
+    ASSERT_TRUE(o) << out.output;
     EXPECT_EQ(o->at("count"), 1);
     EXPECT_EQ(o->at("state"), "working");
     EXPECT_TRUE(o->at("since").is_string());
 
     if (python) {
         const auto* m = row(rows, "mlx");
-        ASSERT_TRUE(m) << out.text;
+        ASSERT_TRUE(m) << out.output;
         EXPECT_EQ(m->at("count"), 1);
         EXPECT_EQ(m->at("state"), "idle");
-        EXPECT_FALSE(row(rows, "aider")) << out.text;
+        EXPECT_FALSE(row(rows, "aider")) << out.output;
     }
 
     const auto* x = row(rows, "codex");
-    ASSERT_TRUE(x) << out.text;
+    ASSERT_TRUE(x) << out.output;
     EXPECT_EQ(x->at("viaHooks"), true);
     EXPECT_NE(x->at("state"), "idle");
     EXPECT_TRUE(fs::exists(sessions + "/codex-t1"));
@@ -170,22 +126,23 @@ TEST_F(AgentsCommand, ReportsLookAlikeAgentsWithTheirKindsCountsAndStates) {
 }
 
 TEST_F(AgentsCommand, TheTableShowsOneLinePerKind) {
-    const std::string goose = program("/bin/sleep", "goose");
-    ASSERT_GT(procs.start(goose, {goose, "60"}), 0);
+    // A kind no other test starts: ctest runs tests side by side and the scan sees them all.
+    const std::string server = program("/bin/sleep", "llama-server");
+    ASSERT_GT(start({server, "60"}), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    const Output out = runCli(home.path(), "agents");
+    const RunResult out = cli({"agents"});
     ASSERT_EQ(out.status, 0);
-    EXPECT_NE(out.text.find("AGENT"), std::string::npos) << out.text;
-    const auto line = out.text.find("Goose");
-    ASSERT_NE(line, std::string::npos) << out.text;
-    const std::string gooseLine = out.text.substr(line, out.text.find('\n', line) - line);
-    EXPECT_NE(gooseLine.find(" 1 "), std::string::npos) << gooseLine;
-    EXPECT_NE(gooseLine.find("idle"), std::string::npos) << gooseLine;
+    EXPECT_NE(out.output.find("AGENT"), std::string::npos) << out.output;
+    const auto line = out.output.find("llama.cpp");
+    ASSERT_NE(line, std::string::npos) << out.output;
+    const std::string serverLine = out.output.substr(line, out.output.find('\n', line) - line);
+    EXPECT_NE(serverLine.find(" 1 "), std::string::npos) << serverLine;
+    EXPECT_NE(serverLine.find("idle"), std::string::npos) << serverLine;
 }
 
 TEST_F(AgentsCommand, AnUnknownOptionIsAUsageError) {
-    EXPECT_EQ(runCli(home.path(), "agents --yaml 2>/dev/null").status, 2);
+    EXPECT_EQ(cli({"agents", "--yaml"}).status, 2);
 }
 
 }  // namespace
-}  // namespace duskwell
+}  // namespace duskwell::itest

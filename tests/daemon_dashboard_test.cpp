@@ -7,7 +7,7 @@
 
 #include "daemon_fixture.h"
 
-namespace duskwell::daemontest {
+namespace duskwell::itest {
 namespace {
 
 using ::testing::HasSubstr;
@@ -22,7 +22,7 @@ public:
     RunResult tmux(std::vector<std::string> args) const {
         std::vector<std::string> argv{"/usr/bin/tmux", "-S", socket_, "-f", "/dev/null"};
         argv.insert(argv.end(), args.begin(), args.end());
-        return run(argv, scratch_, 10);
+        return run(argv, scratch_, {.seconds = 10});
     }
     bool start(const std::string& command, int width, int height) const {
         return tmux({"new-session", "-d", "-s", "dw", "-x", std::to_string(width), "-y", std::to_string(height),
@@ -127,4 +127,4 @@ TEST(DaemonDashboard, QuitDuringAPeriodStopsItFirst) {
 }
 
 }  // namespace
-}  // namespace duskwell::daemontest
+}  // namespace duskwell::itest

@@ -7,7 +7,7 @@
 #include "daemon_fixture.h"
 #include "ntfy_test_server.h"
 
-namespace duskwell::daemontest {
+namespace duskwell::itest {
 namespace {
 
 using ::testing::ElementsAre;
@@ -60,7 +60,7 @@ TEST(DaemonEndToEnd, AutoPeriodEndsWhenTheAgentGoesQuietWithWarningStopAndRestor
         if (seen.empty() || seen.back() != now) seen.push_back(now);
     };
 
-    const RunResult start = run({binary("duskwell-cli"), "start"}, home.bin());
+    const RunResult start = home.cli({"start"});
     ASSERT_EQ(start.status, 0) << start.output;
     ASSERT_TRUE(waitFor([&] { observe(); return describeStatus(home.status()) == "active auto working"; }, 30))
         << describeStatus(home.status()) << "\n" << testing::readFile(home.daemonLog()).value_or("");
@@ -106,10 +106,7 @@ TEST(DaemonEndToEnd, AutoPeriodEndsWhenTheAgentGoesQuietWithWarningStopAndRestor
     // The daemon keeps running after an automatic stop, and the stop's reason is in its log.
     EXPECT_TRUE(daemon->running());
     EXPECT_THAT(testing::readFile(home.daemonLog()).value_or(""), HasSubstr("All AI tasks finished. Going to sleep."));
-    daemon->signal(SIGTERM);
-    const auto status = daemon->wait(10);
-    ASSERT_TRUE(status && WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    EXPECT_EQ(daemon->terminate(), 0);
 }
 
 TEST(DaemonEndToEnd, KillNineLeavesTheWatchdogToRestoreAndTheNextStartRecovers) {
@@ -138,25 +135,18 @@ TEST(DaemonEndToEnd, KillNineLeavesTheWatchdogToRestoreAndTheNextStartRecovers) 
     const auto settings = home.settings();
     ASSERT_TRUE(settings);
     EXPECT_FALSE(settings->value("restore.lid", false));
-    next->signal(SIGTERM);
-    const auto status = next->wait(10);
-    ASSERT_TRUE(status && WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    EXPECT_EQ(next->terminate(), 0);
 }
 
 TEST(DaemonEndToEnd, SigtermDuringAPeriodRestoresAndExitsZero) {
     DaemonHome home;
     auto daemon = home.startDaemon();
     ASSERT_TRUE(daemon->running());
-    const RunResult start = run({binary("duskwell-cli"), "start", "--mode", "timer", "--minutes", "45"}, home.bin());
+    const RunResult start = home.cli({"start", "--mode", "timer", "--minutes", "45"});
     ASSERT_EQ(start.status, 0) << start.output;
     ASSERT_EQ(home.count("lid-on"), 1);
 
-    daemon->signal(SIGTERM);
-    const auto status = daemon->wait(10);
-    ASSERT_TRUE(status.has_value()) << "duskwelld did not exit on SIGTERM";
-    ASSERT_TRUE(WIFEXITED(*status)) << "ended by signal " << (WIFSIGNALED(*status) ? WTERMSIG(*status) : 0);
-    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    EXPECT_EQ(daemon->terminate(), 0) << "duskwelld did not exit by itself on SIGTERM";
     const auto verbs = home.helperVerbs();
     ASSERT_FALSE(verbs.empty());
     EXPECT_EQ(home.count("lid-off"), 1);
@@ -183,8 +173,7 @@ TEST(DaemonEndToEnd, OnlyOneDaemonPerUser) {
     EXPECT_EQ(unknown.status, 1) << unknown.output;
     EXPECT_TRUE(daemon->running());  // the first one is untouched
 
-    daemon->signal(SIGTERM);
-    ASSERT_TRUE(daemon->wait(10));
+    ASSERT_EQ(daemon->terminate(), 0);
     // Once it is gone, the next start is the first again.
     auto again = home.startDaemon();
     EXPECT_TRUE(again->running()) << testing::readFile(home.daemonLog()).value_or("");
@@ -211,4 +200,4 @@ TEST(DaemonEndToEnd, HelpDescribesDashboardLogAndKeys) {
 }
 
 }  // namespace
-}  // namespace duskwell::daemontest
+}  // namespace duskwell::itest

@@ -22,20 +22,11 @@
 #include <nlohmann/json.hpp>
 
 #include "agents/agent_kind.h"
-#include "testing/fakes.h"
-
-// The session-record reader and the monitor live in the agent-detection code; when they are
-// built in, the records are also read back through them.
-#if __has_include("agents/session_records.h") && __has_include("agents/proc_process_source.h") && \
-    __has_include("agents/agent_monitor.h")
-#define DUSKWELL_HOOK_E2E_READER 1
 #include "agents/agent_monitor.h"
 #include "agents/proc_process_source.h"
 #include "agents/session_records.h"
 #include "core/services.h"
-#endif
-
-extern char** environ;
+#include "process_support.h"
 
 namespace duskwell {
 namespace {
@@ -189,7 +180,6 @@ std::string codexEvent(const std::string& event, const std::string& cwd) {
            cwd + R"(","hook_event_name":")" + event + R"(","model":"gpt-5-codex","permission_mode":"default"})";
 }
 
-#ifdef DUSKWELL_HOOK_E2E_READER
 // One scan of the monitor over the real process table of this machine.
 AgentSnapshot scanRealProcesses() {
     auto source = makeProcProcessSource();
@@ -205,7 +195,6 @@ const AgentItem* itemOf(const AgentSnapshot& snapshot, AgentKind kind) {
         if (item.kind == kind) return &item;
     return nullptr;
 }
-#endif
 
 TEST(HookEndToEnd, ClaudeThroughShKeepsTheAgentsRecord) {
     AgentHome h;
@@ -243,19 +232,15 @@ TEST(HookEndToEnd, ClaudeThroughShKeepsTheAgentsRecord) {
     EXPECT_EQ(lineStarting(*second, "start="), start) << "the session's start survives each rewrite";
     EXPECT_EQ(firstLine(*second).pid, agent.pid());
 
-#ifdef DUSKWELL_HOOK_E2E_READER
-    {
-        const auto records = readSessions(h.sessions, alive);
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].state, AgentState::waiting);
-        EXPECT_EQ(records[0].pid, agent.pid());
-        const auto snapshot = scanRealProcesses();
-        const AgentItem* item = itemOf(snapshot, AgentKind::claude);
-        ASSERT_NE(item, nullptr);
-        EXPECT_TRUE(item->viaHooks);
-        EXPECT_EQ(item->state, AgentState::waiting);
-    }
-#endif
+    auto records = readSessions(h.sessions, alive);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].state, AgentState::waiting);
+    EXPECT_EQ(records[0].pid, agent.pid());
+    const auto snapshot = scanRealProcesses();
+    const AgentItem* item = itemOf(snapshot, AgentKind::claude);
+    ASSERT_NE(item, nullptr);
+    EXPECT_TRUE(item->viaHooks);
+    EXPECT_EQ(item->state, AgentState::waiting);
 
     // This time the shell stays between the agent and the hook (it cannot exec the last
     // command): the hook still finds the agent by walking up.
@@ -264,13 +249,9 @@ TEST(HookEndToEnd, ClaudeThroughShKeepsTheAgentsRecord) {
     ASSERT_EQ(agent.readLine(), "ok");
     EXPECT_EQ(firstLine(h.record(name).value_or("")).event, "PostToolUse");
     EXPECT_EQ(firstLine(h.record(name).value_or("")).pid, agent.pid());
-#ifdef DUSKWELL_HOOK_E2E_READER
-    {
-        const auto records = readSessions(h.sessions, alive);
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].state, AgentState::working);
-    }
-#endif
+    records = readSessions(h.sessions, alive);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].state, AgentState::working);
 
     // Nothing else was left in the folder (no temporary files), nothing went to stderr.
     std::set<std::string> names;
@@ -283,12 +264,8 @@ TEST(HookEndToEnd, ClaudeThroughShKeepsTheAgentsRecord) {
     // The agent is gone: the record names a pid that no longer runs, which the next scan
     // treats as a finished session.
     EXPECT_FALSE(alive(agentPid));
-#ifdef DUSKWELL_HOOK_E2E_READER
     EXPECT_TRUE(readSessions(h.sessions, alive).empty());
     EXPECT_FALSE(fs::exists(h.sessions + "/" + name)) << "the next scan deleted the record";
-#else
-    EXPECT_TRUE(fs::exists(h.sessions + "/" + name)) << "only the reader deletes a record";
-#endif
 }
 
 TEST(HookEndToEnd, CodexThroughALoginShellKeepsTheAgentsRecordAndSessionEndRemovesIt) {
@@ -316,14 +293,10 @@ TEST(HookEndToEnd, CodexThroughALoginShellKeepsTheAgentsRecordAndSessionEndRemov
     ASSERT_TRUE(second.has_value());
     EXPECT_EQ(firstLine(*second).event, "Stop");
     EXPECT_EQ(lineStarting(*second, "start="), lineStarting(*first, "start="));
-#ifdef DUSKWELL_HOOK_E2E_READER
-    {
-        const auto records = readSessions(h.sessions, alive);
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].kind, AgentKind::codex);
-        EXPECT_EQ(records[0].state, AgentState::idle);
-    }
-#endif
+    const auto records = readSessions(h.sessions, alive);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].kind, AgentKind::codex);
+    EXPECT_EQ(records[0].state, AgentState::idle);
 
     agent.send(h.event("end", codexEvent("SessionEnd", h.project)) + "\n");
     ASSERT_EQ(agent.readLine(), "ok");
@@ -513,30 +486,12 @@ TEST(HookHostileInput, AnUnwritableSessionsFolderIsLeftAlone) {
 
 // ---- duskwell connect / disconnect ------------------------------------------------------------
 
-const std::string kCli = std::string(DUSKWELL_BIN_DIR) + "/duskwell-cli";
-
-HookRun runCli(const std::vector<std::string>& args, const std::vector<std::string>& env, const std::string& scratch) {
-    const std::string out = scratch + "/cli.out", err = scratch + "/cli.err";
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::vector<std::string> argv{kCli};
+itest::RunResult runCli(const std::vector<std::string>& args, const std::vector<std::string>& env,
+                        const std::string& scratch) {
+    std::vector<std::string> argv{itest::binary("duskwell-cli")};
     argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<std::string> envCopy = env;
-    auto cargs = cstrings(argv);
-    auto cenv = cstrings(envCopy);
-    HookRun r;
-    pid_t pid = -1;
-    if (posix_spawn(&pid, kCli.c_str(), &fa, nullptr, cargs.data(), cenv.data()) == 0) waitpid(pid, &r.status, 0);
-    posix_spawn_file_actions_destroy(&fa);
-    r.out = readFile(out).value_or("?");
-    r.err = readFile(err).value_or("?");
-    return r;
+    return itest::run(argv, scratch, {.stderrTo = itest::Stderr::apart, .env = env});
 }
-
-int exitCode(const HookRun& r) { return WIFEXITED(r.status) ? WEXITSTATUS(r.status) : -1; }
 
 TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
     AgentHome h;
@@ -544,9 +499,9 @@ TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
     fs::create_directories(h.home + "/.codex");
     const auto env = h.environment();
 
-    const HookRun connect = runCli({"connect", "codex"}, env, h.home);
-    ASSERT_EQ(exitCode(connect), 0) << connect.err;
-    EXPECT_NE(connect.out.find("review and trust"), std::string::npos) << connect.out;
+    const auto connect = runCli({"connect", "codex"}, env, h.home);
+    ASSERT_EQ(connect.status, 0) << connect.errors;
+    EXPECT_NE(connect.output.find("review and trust"), std::string::npos) << connect.output;
     EXPECT_EQ(readFile(h.home + "/.duskwell/hook"), readFile(kHook)) << "the shipped program beside the command";
     EXPECT_EQ(fs::status(h.home + "/.duskwell/hook").permissions() & fs::perms::all, static_cast<fs::perms>(0755));
 
@@ -564,27 +519,27 @@ TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
     EXPECT_EQ(firstLine(*record).pid, agent.pid());
     agent.finish();
 
-    const HookRun disconnect = runCli({"disconnect", "codex"}, env, h.home);
-    ASSERT_EQ(exitCode(disconnect), 0) << disconnect.err;
+    const auto disconnect = runCli({"disconnect", "codex"}, env, h.home);
+    ASSERT_EQ(disconnect.status, 0) << disconnect.errors;
     EXPECT_EQ(readFile(h.home + "/.codex/hooks.json").value_or("").find("/.duskwell/hook"), std::string::npos);
 }
 
 TEST(ConnectCommand, AnswersUsageAndFailureWithTheirExitCodes) {
     AgentHome h;
     const auto env = h.environment();
-    EXPECT_EQ(exitCode(runCli({"connect"}, env, h.home)), 2);
-    EXPECT_EQ(exitCode(runCli({"connect", "gemini"}, env, h.home)), 2);
-    EXPECT_EQ(exitCode(runCli({"disconnect", "claude", "codex"}, env, h.home)), 2);
+    EXPECT_EQ(runCli({"connect"}, env, h.home).status, 2);
+    EXPECT_EQ(runCli({"connect", "gemini"}, env, h.home).status, 2);
+    EXPECT_EQ(runCli({"disconnect", "claude", "codex"}, env, h.home).status, 2);
 
     fs::create_directories(h.home + "/.claude");
     writeFile(h.home + "/.claude/settings.json", "[1]");
-    const HookRun broken = runCli({"connect", "claude"}, env, h.home);
-    EXPECT_EQ(exitCode(broken), 1);
-    EXPECT_EQ(broken.err, "duskwell: Can't parse settings file: " + h.home + "/.claude/settings.json\n");
+    const auto broken = runCli({"connect", "claude"}, env, h.home);
+    EXPECT_EQ(broken.status, 1);
+    EXPECT_EQ(broken.errors, "duskwell: Can't parse settings file: " + h.home + "/.claude/settings.json\n");
     EXPECT_EQ(readFile(h.home + "/.claude/settings.json"), "[1]");
 
     // Disconnecting an agent that was never connected is no error and creates nothing.
-    EXPECT_EQ(exitCode(runCli({"disconnect", "codex"}, env, h.home)), 0);
+    EXPECT_EQ(runCli({"disconnect", "codex"}, env, h.home).status, 0);
     EXPECT_FALSE(fs::exists(h.home + "/.codex"));
 }
 

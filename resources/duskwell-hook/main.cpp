@@ -180,13 +180,6 @@ std::string readSmallFile(const std::string& path, std::size_t cap) {
     return out;
 }
 
-std::string joinArgs(std::string raw) {
-    for (char& c : raw)
-        if (c == '\0') c = ' ';
-    while (!raw.empty() && raw.back() == ' ') raw.pop_back();
-    return raw;
-}
-
 #ifdef __APPLE__
 
 std::optional<Proc> inspect(pid_t pid) {
@@ -198,7 +191,7 @@ std::optional<Proc> inspect(pid_t pid) {
     p.ppid = info.kp_eproc.e_ppid;
     p.comm = info.kp_proc.p_comm;
     char path[PROC_PIDPATHINFO_MAXSIZE];
-    if (proc_pidpath(pid, path, sizeof path) > 0) p.exe = path;
+    if (proc_pidpath(pid, path, static_cast<uint32_t>(sizeof path)) > 0) p.exe = path;
 
     // KERN_PROCARGS2: argc, the executable path, padding NULs, then argv.
     int argmax = 0;
@@ -228,6 +221,14 @@ std::optional<Proc> inspect(pid_t pid) {
 }
 
 #else
+
+// /proc's cmdline: NUL-separated words, the last one NUL-terminated.
+std::string joinArgs(std::string raw) {
+    for (char& c : raw)
+        if (c == '\0') c = ' ';
+    while (!raw.empty() && raw.back() == ' ') raw.pop_back();
+    return raw;
+}
 
 std::optional<Proc> inspect(pid_t pid) {
     const std::string base = "/proc/" + std::to_string(pid);

@@ -9,24 +9,19 @@
 #include "core/app_config.h"
 #include "core/calendar.h"
 #include "core/settings_keys.h"
+#include "testing/controller_fixture.h"
 #include "testing/fakes.h"
 
 namespace duskwell {
 namespace {
 
 using namespace viewtest;
-using testing::TestEnvironment;
 using K = Action::Kind;
 
 // A controller whose helper is installed, so that starting changes the (fake) power settings.
-struct Fixture {
-    TestEnvironment env;
-    std::unique_ptr<AwakeController> c;
-    Fixture() {
-        env.installHelper();
-        c = std::make_unique<AwakeController>();
-        env.commands.clear();
-    }
+class PerformAction : public testing::ControllerWithHelper {
+protected:
+    void SetUp() override { env.commands.clear(); }
     size_t lidOnRuns() const { return env.commands.linesContaining("lid-on").size(); }
 };
 
@@ -38,34 +33,28 @@ Action menuAction(const AwakeController& c, const std::string& title) {
     return Action::make(K::openPopover);
 }
 
-TEST(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsWithThem) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsWithThem) {
     const Date t0 = c.now();
     perform(c, menuAction(c, "2h"));
     EXPECT_EQ(c.mode(), KeepMode::timer);
     EXPECT_EQ(c.selectedMinutes(), 120);
-    EXPECT_EQ(f.env.settings.integer(SettingsKey::selectedMinutes), 120);
+    EXPECT_EQ(env.settings.integer(SettingsKey::selectedMinutes), 120);
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::timer);
     EXPECT_EQ(c.endDate(), addSeconds(t0, 7200));
-    EXPECT_EQ(f.lidOnRuns(), 1u);
+    EXPECT_EQ(lidOnRuns(), 1u);
 }
 
-TEST(PerformAction, UntilAITasksFinishSelectsAndStartsAuto) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, UntilAITasksFinishSelectsAndStartsAuto) {
     c.setMode(KeepMode::timer);
     perform(c, menuAction(c, "Until AI tasks finish"));
     EXPECT_EQ(c.mode(), KeepMode::auto_);
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::auto_);
-    EXPECT_EQ(f.lidOnRuns(), 1u);
+    EXPECT_EQ(lidOnRuns(), 1u);
 }
 
-TEST(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
     c.setMode(KeepMode::timer);
     c.setSelectedMinutes(30);
     const Date t0 = c.now();
@@ -75,12 +64,10 @@ TEST(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
     perform(c, Action::make(K::toggle));
     EXPECT_FALSE(c.isActive());
     EXPECT_FALSE(c.lastMessage().has_value()) << "a manual stop gives no reason";
-    EXPECT_EQ(f.env.commands.linesContaining("lid-off").size(), 1u);
+    EXPECT_EQ(env.commands.linesContaining("lid-off").size(), 1u);
 }
 
-TEST(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
     c.start(KeepMode::timer, 60);
     const Date end = *c.endDate();
     perform(c, menuAction(c, "Extend 30 min"));
@@ -92,9 +79,7 @@ TEST(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
     EXPECT_FALSE(c.lastMessage().has_value());
 }
 
-TEST(PerformAction, WaitTenMoreMinutesRestartsTheQuietCountdownOfAnUncappedAutoPeriod) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, WaitTenMoreMinutesRestartsTheQuietCountdownOfAnUncappedAutoPeriod) {
     c.setAutoCapHours(0);
     c.start(KeepMode::auto_, std::nullopt);
     Access::viewsSetNow(c, addSeconds(c.now(), 400));
@@ -103,12 +88,10 @@ TEST(PerformAction, WaitTenMoreMinutesRestartsTheQuietCountdownOfAnUncappedAutoP
     EXPECT_EQ(c.idleRemaining(), 600);
 }
 
-TEST(PerformAction, ModePickerTimerStartAndUntilApply) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, ModePickerTimerStartAndUntilApply) {
     perform(c, Action::selectMode(KeepMode::until));
     EXPECT_EQ(c.mode(), KeepMode::until);
-    EXPECT_EQ(f.env.settings.integer(SettingsKey::mode), 2);
+    EXPECT_EQ(env.settings.integer(SettingsKey::mode), 2);
     EXPECT_FALSE(c.isActive()) << "choosing a mode starts nothing";
 
     // 09:00 chosen at 10:20 means tomorrow morning.
@@ -129,42 +112,36 @@ TEST(PerformAction, ModePickerTimerStartAndUntilApply) {
     EXPECT_EQ(c.endDate(), addSeconds(t0, 45 * 60));
 }
 
-TEST(PerformAction, BusyStartsNothing) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, BusyStartsNothing) {
     Access::viewsSetBusy(c, true);
     perform(c, Action::preset(30));
     EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(f.lidOnRuns(), 0u);
+    EXPECT_EQ(lidOnRuns(), 0u);
 }
 
-TEST(PerformAction, BehaviourSwitchesAndTheBatteryGuardPersist) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, BehaviourSwitchesAndTheBatteryGuardPersist) {
     perform(c, Action::toggleSwitch(K::setLockOnLidClose, false));
     perform(c, Action::toggleSwitch(K::setStopOnHeat, false));
     perform(c, Action::batteryFloor(0));
     perform(c, Action::toggleSwitch(K::setPerformance, false));
-    EXPECT_EQ(f.env.settings.boolean(SettingsKey::lockOnLidClose), false);
-    EXPECT_EQ(f.env.settings.boolean(SettingsKey::stopOnHeat), false);
-    EXPECT_EQ(f.env.settings.integer(SettingsKey::batteryFloor), 0);
+    EXPECT_EQ(env.settings.boolean(SettingsKey::lockOnLidClose), false);
+    EXPECT_EQ(env.settings.boolean(SettingsKey::stopOnHeat), false);
+    EXPECT_EQ(env.settings.integer(SettingsKey::batteryFloor), 0);
     EXPECT_FALSE(c.maxPerformance());
-    EXPECT_EQ(f.env.settings.boolean(SettingsKey::maxPerformance), false);
+    EXPECT_EQ(env.settings.boolean(SettingsKey::maxPerformance), false);
 
     perform(c, Action::toggleSwitch(K::setLaunchAtLogin, true));
-    EXPECT_TRUE(f.env.platform.loginItem);
+    EXPECT_TRUE(env.platform.loginItem);
     EXPECT_TRUE(c.launchAtLogin());
 }
 
-TEST(PerformAction, PhoneSwitchTestAndCopy) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, PhoneSwitchTestAndCopy) {
     perform(c, Action::toggleSwitch(K::setPhone, true));
     EXPECT_TRUE(c.phone().enabled());
-    const size_t before = f.env.http.requests.size();
+    const size_t before = env.http.requests.size();
     perform(c, Action::make(K::phoneTest));
-    ASSERT_EQ(f.env.http.requests.size(), before + 1);
-    EXPECT_NE(f.env.http.requests.back().request.body.value_or("").find("tada"), std::string::npos);
+    ASSERT_EQ(env.http.requests.size(), before + 1);
+    EXPECT_NE(env.http.requests.back().request.body.value_or("").find("tada"), std::string::npos);
 
     const auto out = perform(c, Action::make(K::copyLink));
     EXPECT_EQ(out.clipboard, c.phone().subscribeURL());
@@ -173,75 +150,65 @@ TEST(PerformAction, PhoneSwitchTestAndCopy) {
     EXPECT_FALSE(c.phone().enabled());
 }
 
-TEST(PerformAction, ConnectInstallsTheHookOfThatAgent) {
-    Fixture f;
-    std::filesystem::create_directories(f.env.home.path() + "/.claude");
-    const std::string hook = f.env.home.path() + "/duskwell-hook-resource";
+TEST_F(PerformAction, ConnectInstallsTheHookOfThatAgent) {
+    std::filesystem::create_directories(env.home.path() + "/.claude");
+    const std::string hook = env.home.path() + "/duskwell-hook-resource";
     testing::writeFile(hook, "#!/bin/sh\n");
-    f.env.platform.resources["duskwell-hook"] = hook;
-    AwakeController& c = *f.c;
+    env.platform.resources["duskwell-hook"] = hook;
     perform(c, Action::connectAgent(AgentKind::claude));
     EXPECT_TRUE(c.integrated().at(AgentKind::claude)) << c.lastMessage().value_or("");
     perform(c, Action::integration(AgentKind::claude, false));
     EXPECT_FALSE(c.integrated().at(AgentKind::claude));
 }
 
-TEST(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
-    Fixture f;
-    const std::string script = f.env.home.path() + "/duskwell-power-resource";
+TEST_F(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
+    const std::string script = env.home.path() + "/duskwell-power-resource";
     testing::writeFile(script, "#!/bin/sh\n");
-    f.env.platform.resources["duskwell-power"] = script;
-    AwakeController& c = *f.c;
+    env.platform.resources["duskwell-power"] = script;
     perform(c, Action::make(K::reinstallHelper));
-    EXPECT_EQ(f.env.platform.adminScripts.size(), 1u);
+    EXPECT_EQ(env.platform.adminScripts.size(), 1u);
 
     c.start(KeepMode::timer, 60);
     ASSERT_TRUE(c.isActive());
     perform(c, Action::make(K::uninstallHelper));
     EXPECT_FALSE(c.isActive()) << "the period ends while the helper can still restore";
-    EXPECT_EQ(f.env.platform.adminScripts.size(), 2u);
+    EXPECT_EQ(env.platform.adminScripts.size(), 2u);
 }
 
-TEST(PerformAction, InstallCLICopiesTheTerminalCommand) {
-    Fixture f;
-    const std::string resource = f.env.home.path() + "/duskwell-cli-resource";
+TEST_F(PerformAction, InstallCLICopiesTheTerminalCommand) {
+    const std::string resource = env.home.path() + "/duskwell-cli-resource";
     testing::writeFile(resource, "#!/bin/sh\n");
-    f.env.platform.resources["duskwell-cli"] = resource;
-    AwakeController& c = *f.c;
+    env.platform.resources["duskwell-cli"] = resource;
     ASSERT_FALSE(c.cliInstalled());
     perform(c, Action::make(K::installCLI));
     EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
 }
 
-TEST(PerformAction, DisplayNotificationsUpdateAndWebsite) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, DisplayNotificationsUpdateAndWebsite) {
     perform(c, Action::make(K::turnOffDisplay));
-    EXPECT_EQ(f.env.power.displaySleeps, 1);
+    EXPECT_EQ(env.power.displaySleeps, 1);
 
     perform(c, Action::make(K::openWebsite));
-    ASSERT_EQ(f.env.platform.openedURLs.size(), 1u);
-    EXPECT_EQ(f.env.platform.openedURLs[0], AppConfig::website());
+    ASSERT_EQ(env.platform.openedURLs.size(), 1u);
+    EXPECT_EQ(env.platform.openedURLs[0], AppConfig::website());
 
     perform(c, Action::make(K::openUpdate));
-    EXPECT_EQ(f.env.platform.openedURLs.size(), 1u) << "no update known: nothing to open";
+    EXPECT_EQ(env.platform.openedURLs.size(), 1u) << "no update known: nothing to open";
     Access::viewsSetUpdate(c, UpdateInfo{"9.9.9", "https://example.test/dl"});
     perform(c, Action::make(K::openUpdate));
-    ASSERT_EQ(f.env.platform.openedURLs.size(), 2u);
-    EXPECT_EQ(f.env.platform.openedURLs[1], "https://example.test/dl");
+    ASSERT_EQ(env.platform.openedURLs.size(), 2u);
+    EXPECT_EQ(env.platform.openedURLs[1], "https://example.test/dl");
 
     perform(c, Action::make(K::openNotificationSettings));
 #ifdef __APPLE__
-    ASSERT_EQ(f.env.platform.openedURLs.size(), 3u);
-    EXPECT_NE(f.env.platform.openedURLs[2].find("Notifications-Settings"), std::string::npos);
+    ASSERT_EQ(env.platform.openedURLs.size(), 3u);
+    EXPECT_NE(env.platform.openedURLs[2].find("Notifications-Settings"), std::string::npos);
 #else
-    EXPECT_EQ(f.env.platform.openedURLs.size(), 2u) << "Linux desktops have no such pane to open";
+    EXPECT_EQ(env.platform.openedURLs.size(), 2u) << "Linux desktops have no such pane to open";
 #endif
 }
 
-TEST(PerformAction, ScreensFollowTheGearBackAndThePopoverClosing) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, ScreensFollowTheGearBackAndThePopoverClosing) {
     perform(c, Action::make(K::popoverOpened));
     EXPECT_TRUE(c.popoverVisible());
     perform(c, Action::make(K::openSettings));
@@ -255,9 +222,7 @@ TEST(PerformAction, ScreensFollowTheGearBackAndThePopoverClosing) {
     EXPECT_TRUE(perform(c, Action::make(K::openPopover)).showPopover);
 }
 
-TEST(PerformAction, QuitLeavesTheStopToTheTerminationPath) {
-    Fixture f;
-    AwakeController& c = *f.c;
+TEST_F(PerformAction, QuitLeavesTheStopToTheTerminationPath) {
     c.start(KeepMode::auto_, std::nullopt);
     const auto out = perform(c, menuAction(c, "Quit Duskwell"));
     EXPECT_TRUE(out.terminate);
@@ -265,7 +230,7 @@ TEST(PerformAction, QuitLeavesTheStopToTheTerminationPath) {
     perform(c, Action::make(K::shutdown));
     EXPECT_FALSE(c.isActive());
     EXPECT_FALSE(c.lastMessage().has_value());
-    EXPECT_EQ(f.env.commands.linesContaining("lid-off").size(), 1u);
+    EXPECT_EQ(env.commands.linesContaining("lid-off").size(), 1u);
 }
 
 }  // namespace

@@ -4,13 +4,13 @@
 
 #include "app/popover_model.h"
 #include "app/view_model_testing.h"
+#include "testing/controller_fixture.h"
 #include "testing/fakes.h"
 
 namespace duskwell {
 namespace {
 
 using namespace viewtest;
-using testing::TestEnvironment;
 using K = Action::Kind;
 
 std::vector<std::string> titles(const std::vector<Button>& buttons) {
@@ -25,19 +25,11 @@ std::vector<std::string> texts(const std::vector<FooterItemModel>& footer) {
     return out;
 }
 
-// A running period needs the helper; every test that starts one installs it first.
-struct Running {
-    TestEnvironment env;
-    std::unique_ptr<AwakeController> c;
-    Running() {
-        env.installHelper();
-        c = std::make_unique<AwakeController>();
-    }
-};
+// A running period needs the helper: every page here is of a controller that has it.
+using MainPageModel = testing::ControllerWithHelper;
+using PopoverModel = testing::ControllerTest;
 
-TEST(MainPageModel, IdleShowsTheIdleHeroTheSelectedModeAndOnlyItsCard) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, IdleShowsTheIdleHeroTheSelectedModeAndOnlyItsCard) {
     inEachLanguage([&](bool ko) {
         const auto p = makeMainPage(c);
         EXPECT_EQ(p.header.name, "Duskwell");
@@ -78,9 +70,7 @@ TEST(MainPageModel, IdleShowsTheIdleHeroTheSelectedModeAndOnlyItsCard) {
     });
 }
 
-TEST(MainPageModel, ATimerWithAnEndShowsItsLengthItsCountdownAndBothExtensions) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, ATimerWithAnEndShowsItsLengthItsCountdownAndBothExtensions) {
     c.setMode(KeepMode::timer);
     c.setSelectedMinutes(120);
     c.start(KeepMode::timer, 120);
@@ -111,9 +101,7 @@ TEST(MainPageModel, ATimerWithAnEndShowsItsLengthItsCountdownAndBothExtensions) 
     EXPECT_EQ(makeMainPage(c).hero.detail, "Stay awake for 2h 30m");
 }
 
-TEST(MainPageModel, AnUnlimitedTimerShowsInfinityAndNoExtendRow) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, AnUnlimitedTimerShowsInfinityAndNoExtendRow) {
     c.setMode(KeepMode::timer);
     c.setSelectedMinutes(0);
     c.start(KeepMode::timer, 0);
@@ -129,9 +117,7 @@ TEST(MainPageModel, AnUnlimitedTimerShowsInfinityAndNoExtendRow) {
     });
 }
 
-TEST(MainPageModel, AutoWithTwoAgentsWorkingCountsThemInHeroRingAndRows) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, AutoWithTwoAgentsWorkingCountsThemInHeroRingAndRows) {
     const Date t0 = c.now();
     c.start(KeepMode::auto_, std::nullopt);
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working, 1, true, addSeconds(t0, -12 * 60 - 5)),
@@ -159,9 +145,7 @@ TEST(MainPageModel, AutoWithTwoAgentsWorkingCountsThemInHeroRingAndRows) {
     });
 }
 
-TEST(MainPageModel, AutoBusyWithNobodyWorkingStaysAwakeUntilTheCap) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, AutoBusyWithNobodyWorkingStaysAwakeUntilTheCap) {
     c.start(KeepMode::auto_, std::nullopt);
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::waiting, 3, true)}));
     inEachLanguage([&](bool ko) {
@@ -178,9 +162,7 @@ TEST(MainPageModel, AutoBusyWithNobodyWorkingStaysAwakeUntilTheCap) {
     });
 }
 
-TEST(MainPageModel, AutoQuietCountdownOffersTenMoreMinutesAndCountsToSleep) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, AutoQuietCountdownOffersTenMoreMinutesAndCountsToSleep) {
     c.start(KeepMode::auto_, std::nullopt);
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::ollama, AgentState::idle)}));
     Access::viewsSetNow(c, addSeconds(c.now(), 120));
@@ -199,9 +181,7 @@ TEST(MainPageModel, AutoQuietCountdownOffersTenMoreMinutesAndCountsToSleep) {
     });
 }
 
-TEST(MainPageModel, ATimerInItsLastMinuteIsSleepingSoon) {
-    Running r;
-    AwakeController& c = *r.c;
+TEST_F(MainPageModel, ATimerInItsLastMinuteIsSleepingSoon) {
     c.start(KeepMode::timer, 30);
     Access::viewsSetNow(c, addSeconds(c.now(), 30 * 60 - 45));
     const auto p = makeMainPage(c);
@@ -210,10 +190,7 @@ TEST(MainPageModel, ATimerInItsLastMinuteIsSleepingSoon) {
     EXPECT_EQ(p.hero.ring.text, "0:45");
 }
 
-TEST(MainPageModel, UntilCardShowsThePickerTimeAndApply) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(MainPageModel, UntilCardShowsThePickerTimeAndApply) {
     c.setMode(KeepMode::until);
     inEachLanguage([&](bool ko) {
         const auto p = makeMainPage(c);
@@ -223,7 +200,11 @@ TEST(MainPageModel, UntilCardShowsThePickerTimeAndApply) {
         EXPECT_EQ(p.until->hour, 14);
         EXPECT_EQ(p.until->minute, 0);
         EXPECT_EQ(p.until->time, "14:00");
+#ifdef __APPLE__
         EXPECT_EQ(p.until->caption, pick(ko, "Then your Mac sleeps", "그다음 Mac이 잠들어요"));
+#else
+        EXPECT_EQ(p.until->caption, pick(ko, "Then your computer sleeps", "그다음 컴퓨터가 잠들어요"));
+#endif
         EXPECT_EQ(p.until->apply.title, pick(ko, "Apply", "적용"));
         EXPECT_EQ(p.until->apply.action, Action::make(K::applyUntil));
     });
@@ -231,9 +212,7 @@ TEST(MainPageModel, UntilCardShowsThePickerTimeAndApply) {
     inEachLanguage([&](bool ko) { EXPECT_EQ(makeMainPage(c).hero.detail, pick(ko, "Until 14:00", "14:00까지")); });
 }
 
-TEST(MainPageModel, RowsBeyondTheLimitAreSummedUpInOneMoreLine) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, RowsBeyondTheLimitAreSummedUpInOneMoreLine) {
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working), agent(AgentKind::codex, AgentState::working),
                                         agent(AgentKind::aider, AgentState::idle), agent(AgentKind::goose, AgentState::idle),
                                         agent(AgentKind::ollama, AgentState::idle), agent(AgentKind::vllm, AgentState::idle)}));
@@ -249,9 +228,7 @@ TEST(MainPageModel, RowsBeyondTheLimitAreSummedUpInOneMoreLine) {
     EXPECT_FALSE(makeAgentsCard(c).more.has_value());
 }
 
-TEST(MainPageModel, AHookCapableAgentRunningUnconnectedGetsTheConnectHint) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, AHookCapableAgentRunningUnconnectedGetsTheConnectHint) {
     // A local model runner cannot be connected: no hint.
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::ollama, AgentState::working)}));
     EXPECT_FALSE(makeAgentsCard(c).hint.has_value());
@@ -276,78 +253,60 @@ TEST(MainPageModel, AHookCapableAgentRunningUnconnectedGetsTheConnectHint) {
     EXPECT_EQ(makeAgentsCard(c).rows.at(0).subtitle, "Connected · just started");
 }
 
-TEST(MainPageModel, ACapOfZeroHoursReadsNoLimit) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, ACapOfZeroHoursReadsNoLimit) {
     c.setAutoCapHours(0);
     inEachLanguage([&](bool ko) { EXPECT_EQ(makeAgentsCard(c).cap, pick(ko, "No limit", "제한 없음")); });
     c.setAutoCapHours(12);
     EXPECT_EQ(makeAgentsCard(c).cap, "Max 12h");
 }
 
-TEST(MainPageModel, PowerPillWithoutBatteryOnMainsAndOnBattery) {
-    TestEnvironment env;
-    {
-        AwakeController c;  // the fake machine has no battery
-        inEachLanguage([&](bool ko) {
-            const auto s = makeStatusStrip(c);
-            EXPECT_EQ(s.power.title, pick(ko, "Power", "전원"));
-            EXPECT_EQ(s.power.value, "—");
-            EXPECT_EQ(s.power.symbol, "powerplug.fill");
-        });
-    }
-    env.power.setBattery(45, true, 125);
-    {
-        AwakeController c;
-        inEachLanguage([&](bool ko) {
-            const auto s = makeStatusStrip(c);
-            EXPECT_EQ(s.power.title, pick(ko, "Battery", "배터리"));
-            EXPECT_EQ(s.power.value, "45%");
-            EXPECT_EQ(s.power.symbol, "battery.50");
-            EXPECT_EQ(s.power.detail, pick(ko, "about 2:05 left", "약 2:05 남음"));
-        });
-    }
-    env.power.setBattery(12, true);
-    {
-        AwakeController c;
+TEST_F(MainPageModel, PowerPillWithoutBatteryOnMainsAndOnBattery) {
+    inEachLanguage([&](bool ko) {  // the fake machine has no battery
         const auto s = makeStatusStrip(c);
-        EXPECT_EQ(s.power.symbol, "battery.0");
-        EXPECT_FALSE(s.power.detail.has_value()) << "no time left known";
-    }
+        EXPECT_EQ(s.power.title, pick(ko, "Power", "전원"));
+        EXPECT_EQ(s.power.value, "—");
+        EXPECT_EQ(s.power.symbol, "powerplug.fill");
+    });
+    env.power.setBattery(45, true, 125);
+    c.refreshSystem();
+    inEachLanguage([&](bool ko) {
+        const auto s = makeStatusStrip(c);
+        EXPECT_EQ(s.power.title, pick(ko, "Battery", "배터리"));
+        EXPECT_EQ(s.power.value, "45%");
+        EXPECT_EQ(s.power.symbol, "battery.50");
+        EXPECT_EQ(s.power.detail, pick(ko, "about 2:05 left", "약 2:05 남음"));
+    });
+    env.power.setBattery(12, true);
+    c.refreshSystem();
+    EXPECT_EQ(makeStatusStrip(c).power.symbol, "battery.0");
+    EXPECT_FALSE(makeStatusStrip(c).power.detail.has_value()) << "no time left known";
     env.power.setBattery(80, false, std::nullopt, true);
-    {
-        AwakeController c;
-        inEachLanguage([&](bool ko) {
-            const auto s = makeStatusStrip(c);
-            EXPECT_EQ(s.power.title, pick(ko, "Power", "전원"));
-            EXPECT_EQ(s.power.value, "80%");
-            EXPECT_EQ(s.power.symbol, "battery.100.bolt");
-            EXPECT_EQ(s.power.detail, pick(ko, "Charging", "충전 중"));
-        });
-    }
+    c.refreshSystem();
+    inEachLanguage([&](bool ko) {
+        const auto s = makeStatusStrip(c);
+        EXPECT_EQ(s.power.title, pick(ko, "Power", "전원"));
+        EXPECT_EQ(s.power.value, "80%");
+        EXPECT_EQ(s.power.symbol, "battery.100.bolt");
+        EXPECT_EQ(s.power.detail, pick(ko, "Charging", "충전 중"));
+    });
 }
 
-TEST(MainPageModel, LidPillReadsClosedOpenOrUnknown) {
-    TestEnvironment env;
+TEST_F(MainPageModel, LidPillReadsClosedOpenOrUnknown) {
+    EXPECT_EQ(makeStatusStrip(c).lid.value, "—");
     env.power.lid = true;
-    {
-        AwakeController c;
-        inEachLanguage([&](bool ko) {
-            const auto s = makeStatusStrip(c);
-            EXPECT_EQ(s.lid.title, pick(ko, "Lid", "뚜껑"));
-            EXPECT_EQ(s.lid.value, pick(ko, "Closed", "닫힘"));
-            EXPECT_EQ(s.lid.symbol, "laptopcomputer.slash");
-        });
-    }
+    c.refreshSystem();
+    inEachLanguage([&](bool ko) {
+        const auto s = makeStatusStrip(c);
+        EXPECT_EQ(s.lid.title, pick(ko, "Lid", "뚜껑"));
+        EXPECT_EQ(s.lid.value, pick(ko, "Closed", "닫힘"));
+        EXPECT_EQ(s.lid.symbol, "laptopcomputer.slash");
+    });
     env.power.lid = false;
-    EXPECT_EQ(makeStatusStrip(AwakeController()).lid.value, "Open");
-    env.power.lid = std::nullopt;
-    EXPECT_EQ(makeStatusStrip(AwakeController()).lid.value, "—");
+    c.refreshSystem();
+    EXPECT_EQ(makeStatusStrip(c).lid.value, "Open");
 }
 
-TEST(MainPageModel, HeatPillNamesEachThermalState) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, HeatPillNamesEachThermalState) {
     const std::vector<std::string> en{"Normal", "Warm", "High", "Critical"};
     const std::vector<std::string> ko{"정상", "따뜻함", "높음", "위험"};
     inEachLanguage([&](bool korean) {
@@ -361,9 +320,7 @@ TEST(MainPageModel, HeatPillNamesEachThermalState) {
     });
 }
 
-TEST(MainPageModel, FooterShowsUpdatePhoneScreenOffAndPermissionWhenTheyApply) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, FooterShowsUpdatePhoneScreenOffAndPermissionWhenTheyApply) {
     Access::viewsSetHelperInstalled(c, true);
     EXPECT_EQ(texts(makeMainFooter(c)), (std::vector<std::string>{"Screen off"}));
     EXPECT_EQ(makeMainFooter(c)[0].button->action, Action::make(K::turnOffDisplay));
@@ -385,10 +342,9 @@ TEST(MainPageModel, FooterShowsUpdatePhoneScreenOffAndPermissionWhenTheyApply) {
     });
 }
 
-TEST(MainPageModel, BusyDisablesEveryControlThatStartsAPeriod) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(MainPageModel, BusyDisablesEveryControlThatStartsAPeriod) {
     c.setMode(KeepMode::timer);
+    Access::viewsSetHelperInstalled(c, false);  // the permission button too
     Access::viewsSetBusy(c, true);
     auto p = makeMainPage(c);
     EXPECT_FALSE(p.hero.mainButton.enabled);
@@ -403,9 +359,7 @@ TEST(MainPageModel, BusyDisablesEveryControlThatStartsAPeriod) {
     EXPECT_TRUE(p.until->apply.enabled);
 }
 
-TEST(PopoverModel, BuildsOnlyThePageOnScreen) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(PopoverModel, BuildsOnlyThePageOnScreen) {
     auto m = makePopoverModel(c);
     EXPECT_EQ(m.screen, Screen::main);
     EXPECT_TRUE(m.main.has_value());

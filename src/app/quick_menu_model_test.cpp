@@ -4,12 +4,14 @@
 
 #include "app/view_model_testing.h"
 #include "testing/fakes.h"
+#include "testing/controller_fixture.h"
 
 namespace duskwell {
 namespace {
 
+using QuickMenuModel = testing::ControllerWithHelper;
+
 using namespace viewtest;
-using testing::TestEnvironment;
 using K = Action::Kind;
 
 // "---" for a separator, the title otherwise.
@@ -26,9 +28,7 @@ const QuickMenuItem* find(const std::vector<QuickMenuItem>& menu, const std::str
     return nullptr;
 }
 
-TEST(QuickMenuModel, IdleOffersAutoThenOnePresetPerEntryThenTheShellItems) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(QuickMenuModel, IdleOffersAutoThenOnePresetPerEntryThenTheShellItems) {
     inEachLanguage([&](bool ko) {
         const auto menu = makeQuickMenu(c);
         if (ko) {
@@ -56,10 +56,7 @@ TEST(QuickMenuModel, IdleOffersAutoThenOnePresetPerEntryThenTheShellItems) {
     });
 }
 
-TEST(QuickMenuModel, ATimerWithAnEndOffersStopAndBothExtensions) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(QuickMenuModel, ATimerWithAnEndOffersStopAndBothExtensions) {
     c.start(KeepMode::timer, 60);
     inEachLanguage([&](bool ko) {
         const auto menu = makeQuickMenu(c);
@@ -78,10 +75,7 @@ TEST(QuickMenuModel, ATimerWithAnEndOffersStopAndBothExtensions) {
     });
 }
 
-TEST(QuickMenuModel, AnUnlimitedTimerHasNoExtendItems) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(QuickMenuModel, AnUnlimitedTimerHasNoExtendItems) {
     c.start(KeepMode::timer, 0);
     const auto menu = makeQuickMenu(c);
     EXPECT_EQ(menu[0].title, "Running without limit");
@@ -90,10 +84,7 @@ TEST(QuickMenuModel, AnUnlimitedTimerHasNoExtendItems) {
     ASSERT_NE(find(menu, "Stop"), nullptr);
 }
 
-TEST(QuickMenuModel, AutoHasNoExtendItemsEvenWithItsCap) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(QuickMenuModel, AutoHasNoExtendItemsEvenWithItsCap) {
     c.start(KeepMode::auto_, std::nullopt);
     ASSERT_TRUE(c.endDate().has_value()) << "8 h cap by default";
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working, 2)}));

@@ -10,6 +10,12 @@
 namespace duskwell {
 namespace {
 
+#ifdef __APPLE__
+constexpr bool kMac = true;
+#else
+constexpr bool kMac = false;  // duskwelld: same models, a few words for a Linux desktop
+#endif
+
 using K = Action::Kind;
 
 Button button(std::string title, std::string symbol, Action action, bool enabled = true,
@@ -80,7 +86,9 @@ BehaviorSectionModel makeBehavior(const AwakeController& c) {
                                T("너무 뜨거워지면 멈추고 잠들어요", "Stops and sleeps if it gets too hot"),
                                c.stopOnHeat(), Action::toggleSwitch(K::setStopOnHeat, !c.stopOnHeat())));
     s.toggles.push_back(toggle("power", T("로그인 시 열기", "Open at login"),
-                               T("메뉴 막대에서 시작해요", "Starts in the menu bar"), c.launchAtLogin(),
+                               kMac ? T("메뉴 막대에서 시작해요", "Starts in the menu bar")
+                                    : T("로그인하면 백그라운드에서 시작해요", "Starts in the background when you log in"),
+                               c.launchAtLogin(),
                                Action::toggleSwitch(K::setLaunchAtLogin, !c.launchAtLogin())));
     s.batterySymbol = "battery.25";
     s.batteryTitle = T("배터리 보호", "Battery guard");
@@ -100,11 +108,17 @@ BehaviorSectionModel makeBehavior(const AwakeController& c) {
 ShortcutSectionModel makeShortcuts(const AwakeController& c) {
     ShortcutSectionModel s;
     s.title = T("단축키와 자동화", "Shortcuts & automation");
-    s.note = T("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — Mac을 깨워 두고 끝나면 재워요.",
-               "Tell your agent to run `duskwell start` before long tasks — it keeps your Mac awake and "
-               "sleeps when done.");
-    s.hotKey = {"command", T("토글 단축키", "Toggle shortcut"), T("어디서나 작동", "Works anywhere"), "⌥⌘L",
-                std::nullopt};
+    s.note = kMac ? T("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — Mac을 깨워 두고 끝나면 재워요.",
+                      "Tell your agent to run `duskwell start` before long tasks — it keeps your Mac awake and "
+                      "sleeps when done.")
+                  : T("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — 컴퓨터를 깨워 두고 끝나면 재워요.",
+                      "Tell your agent to run `duskwell start` before long tasks — it keeps your computer awake "
+                      "and sleeps when done.");
+    // duskwelld has no system-wide hot key; its dashboard toggles with the space bar.
+    s.hotKey = kMac ? InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"), T("어디서나 작동", "Works anywhere"),
+                                   "⌥⌘L", std::nullopt}
+                    : InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"),
+                                   T("대시보드에서 작동", "Works in the dashboard"), "space", std::nullopt};
     const bool installed = c.cliInstalled();
     s.terminal = {"terminal.fill", T("터미널 명령", "Terminal command"),
                   T("`duskwell start`로 제어", "Control with `duskwell start`"), "duskwell start · stop · status",
@@ -129,9 +143,10 @@ PermissionSectionModel makePermissions(const AwakeController& c) {
                    button(T("설치", "Install"), "", Action::make(K::reinstallHelper), enabled, ButtonStyle::prominent)};
     }
     // Permission not asked yet reads as off: nothing will be shown until the user allows it.
-    s.notifications = {"bell.fill", T("Mac 알림", "Mac notifications"), "",
-                       c.notificationsAllowed().value_or(false) ? T("허용됨", "Allowed") : T("꺼짐", "Off"),
-                       button(T("열기", "Open"), "", Action::make(K::openNotificationSettings))};
+    // Linux desktops have no notification settings pane to open: the button stays disabled.
+    s.notifications = {"bell.fill", kMac ? T("Mac 알림", "Mac notifications") : T("데스크톱 알림", "Desktop notifications"),
+                       "", c.notificationsAllowed().value_or(false) ? T("허용됨", "Allowed") : T("꺼짐", "Off"),
+                       button(T("열기", "Open"), "", Action::make(K::openNotificationSettings), kMac)};
     return s;
 }
 

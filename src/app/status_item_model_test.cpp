@@ -4,16 +4,16 @@
 
 #include "app/view_model_testing.h"
 #include "testing/fakes.h"
+#include "testing/controller_fixture.h"
 
 namespace duskwell {
 namespace {
 
-using namespace viewtest;
-using testing::TestEnvironment;
+using StatusItemModel = testing::ControllerWithHelper;
 
-TEST(StatusItemModel, IdleShowsTheMoonAloneWithTheIdleTooltip) {
-    TestEnvironment env;
-    AwakeController c;
+using namespace viewtest;
+
+TEST_F(StatusItemModel, IdleShowsTheMoonAloneWithTheIdleTooltip) {
     inEachLanguage([&](bool ko) {
         const auto m = makeStatusItemModel(c);
         EXPECT_EQ(m.symbol, "moon.stars");
@@ -23,10 +23,7 @@ TEST(StatusItemModel, IdleShowsTheMoonAloneWithTheIdleTooltip) {
     });
 }
 
-TEST(StatusItemModel, ATimerShowsTheBoltAndItsRemainingTimeAfterOneSpace) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusItemModel, ATimerShowsTheBoltAndItsRemainingTimeAfterOneSpace) {
     c.start(KeepMode::timer, 90);
     ASSERT_TRUE(c.isActive());
     inEachLanguage([&](bool ko) {
@@ -37,18 +34,12 @@ TEST(StatusItemModel, ATimerShowsTheBoltAndItsRemainingTimeAfterOneSpace) {
     });
 }
 
-TEST(StatusItemModel, AnUnlimitedTimerShowsInfinity) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusItemModel, AnUnlimitedTimerShowsInfinity) {
     c.start(KeepMode::timer, 0);
     EXPECT_EQ(makeStatusItemModel(c).title, " ∞");
 }
 
-TEST(StatusItemModel, AutoShowsSparklesWithTheWorkingCountOrAI) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusItemModel, AutoShowsSparklesWithTheWorkingCountOrAI) {
     c.start(KeepMode::auto_, std::nullopt);
     Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working),
                                         agent(AgentKind::codex, AgentState::working)}));

@@ -12,9 +12,14 @@
 #include "core/localization.h"
 #include "core/settings_keys.h"
 #include "testing/fakes.h"
+#include "testing/controller_fixture.h"
 
 namespace duskwell {
 namespace {
+
+using StatusFile = testing::ControllerWithHelper;
+using StatusLine = testing::ControllerWithHelper;
+using URLRoutes = testing::ControllerWithHelper;
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -38,9 +43,7 @@ std::string utc(Date d) {
 
 // ---------------------------------------------------------------- status file
 
-TEST(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
     c.writeStatusFile();
     const json doc = readStatus();
     EXPECT_EQ(doc, json({{"active", false},
@@ -49,10 +52,7 @@ TEST(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
                          {"agents", json::array()}}));
 }
 
-TEST(StatusFile, TimerSessionHasEndButNoCountdown) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusFile, TimerSessionHasEndButNoCountdown) {
     ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=90"));
     ASSERT_TRUE(c.isActive());
     const json doc = readStatus();
@@ -63,10 +63,7 @@ TEST(StatusFile, TimerSessionHasEndButNoCountdown) {
     EXPECT_FALSE(doc.contains("sleepsInSeconds"));
 }
 
-TEST(StatusFile, UnlimitedTimerHasNoEndAndNoSessionPart) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusFile, UnlimitedTimerHasNoEndAndNoSessionPart) {
     ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=0"));
     const json doc = readStatus();
     EXPECT_EQ(doc["mode"], "timer");
@@ -74,10 +71,7 @@ TEST(StatusFile, UnlimitedTimerHasNoEndAndNoSessionPart) {
     EXPECT_EQ(doc["status"], "");
 }
 
-TEST(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
     c.setAutoCapHours(0);
     ASSERT_TRUE(c.handleURL("duskwell://start"));
     json doc = readStatus();
@@ -94,18 +88,13 @@ TEST(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
     EXPECT_EQ(doc["sleepsInSeconds"], 598);
 }
 
-TEST(StatusFile, AutoSessionWithACapShowsItsEnd) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusFile, AutoSessionWithACapShowsItsEnd) {
     ASSERT_EQ(c.autoCapHours(), 8);
     ASSERT_TRUE(c.handleURL("duskwell://start?mode=auto"));
     EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(env.clock.now(), 8 * 3600)));
 }
 
-TEST(StatusFile, AnUnchangedStateIsWrittenOnce) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(StatusFile, AnUnchangedStateIsWrittenOnce) {
     c.writeStatusFile();
     const auto path = AppConfig::statusFile();
     const auto old = fs::file_time_type::clock::now() - std::chrono::hours(24);
@@ -121,19 +110,15 @@ TEST(StatusFile, AnUnchangedStateIsWrittenOnce) {
     EXPECT_EQ(readStatus()["status"], "대기 중");
 }
 
-TEST(StatusFile, ADeletedFileIsNotRewrittenUntilTheStateChanges) {
+TEST_F(StatusFile, ADeletedFileIsNotRewrittenUntilTheStateChanges) {
     // The comparison is with the last text written, not with the disk.
-    TestEnvironment env;
-    AwakeController c;
     c.writeStatusFile();
     fs::remove(AppConfig::statusFile());
     c.writeStatusFile();
     EXPECT_FALSE(fs::exists(AppConfig::statusFile()));
 }
 
-TEST(StatusFile, ReadersNeverSeeAPartialFileWhileItIsRewritten) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(StatusFile, ReadersNeverSeeAPartialFileWhileItIsRewritten) {
     c.writeStatusFile();
     const std::string english = *testing::readFile(AppConfig::statusFile());
     Locale::overrideForTesting(true);
@@ -167,43 +152,31 @@ TEST(StatusFile, ReadersNeverSeeAPartialFileWhileItIsRewritten) {
 
 // ---------------------------------------------------------------- status line
 
-TEST(StatusLine, JoinsSessionBatteryAndLidParts) {
-    TestEnvironment env;
+TEST_F(StatusLine, JoinsSessionBatteryAndLidParts) {
     env.power.setBattery(80, true, 95);
     env.power.lid = true;
-    AwakeController c;
+    c.refreshSystem();
     EXPECT_EQ(c.statusLine(), "Idle · Battery 80% (~1:35) · Lid closed");
     Locale::overrideForTesting(true);
     EXPECT_EQ(c.statusLine(), "대기 중 · 배터리 80% (약 1:35) · 뚜껑 닫힘");
 }
 
-TEST(StatusLine, LeavesOutWhatIsUnknown) {
-    {
-        TestEnvironment env;  // a desktop: no battery, lid state unknown
-        AwakeController c;
-        EXPECT_EQ(c.statusLine(), "Idle");
-    }
-    TestEnvironment env;
+TEST_F(StatusLine, LeavesOutWhatIsUnknown) {
+    EXPECT_EQ(c.statusLine(), "Idle");  // a desktop: no battery, lid state unknown
     env.power.setBattery(55, false);
     env.power.lid = false;
-    AwakeController c;
+    c.refreshSystem();
     EXPECT_EQ(c.statusLine(), "Idle · Battery 55%");
 }
 
-TEST(StatusLine, TimerSessionShowsTheTimeLeftInBothLanguages) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusLine, TimerSessionShowsTheTimeLeftInBothLanguages) {
     c.start(KeepMode::timer, 45);
     EXPECT_EQ(c.statusLine(), "45m left");
     Locale::overrideForTesting(true);
     EXPECT_EQ(c.statusLine(), "남은 시간 45분");
 }
 
-TEST(StatusLine, AutoSessionWithQuietAgentsShowsTheCountdown) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(StatusLine, AutoSessionWithQuietAgentsShowsTheCountdown) {
     c.start(KeepMode::auto_, std::nullopt);
     EXPECT_EQ(c.statusLine(), "All quiet · sleeping in 10m");
     Locale::overrideForTesting(true);
@@ -212,10 +185,7 @@ TEST(StatusLine, AutoSessionWithQuietAgentsShowsTheCountdown) {
 
 // ---------------------------------------------------------------- URL routes
 
-TEST(URLRoutes, StartWithoutQueryUsesAutoAndTheChosenMinutes) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, StartWithoutQueryUsesAutoAndTheChosenMinutes) {
     c.setMode(KeepMode::timer);
     c.setSelectedMinutes(25);
     EXPECT_TRUE(c.handleURL("duskwell://start"));
@@ -225,10 +195,7 @@ TEST(URLRoutes, StartWithoutQueryUsesAutoAndTheChosenMinutes) {
     EXPECT_EQ(c.selectedMinutes(), 25);
 }
 
-TEST(URLRoutes, StartTimerSetsTheSelectionAndTheEnd) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, StartTimerSetsTheSelectionAndTheEnd) {
     EXPECT_TRUE(c.handleURL("duskwell://start?minutes=90&mode=timer"));
     EXPECT_EQ(c.activeMode(), KeepMode::timer);
     EXPECT_EQ(c.selectedMinutes(), 90);
@@ -238,10 +205,7 @@ TEST(URLRoutes, StartTimerSetsTheSelectionAndTheEnd) {
     EXPECT_EQ(*c.endDate(), addSeconds(env.clock.now(), 5400));
 }
 
-TEST(URLRoutes, UntilWithUnparsableMinutesLeavesTheSelectionAlone) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, UntilWithUnparsableMinutesLeavesTheSelectionAlone) {
     c.setSelectedMinutes(40);
     EXPECT_TRUE(c.handleURL("duskwell://start?mode=until&minutes=abc"));
     EXPECT_EQ(c.activeMode(), KeepMode::until);
@@ -249,10 +213,7 @@ TEST(URLRoutes, UntilWithUnparsableMinutesLeavesTheSelectionAlone) {
     EXPECT_EQ(c.selectedMinutes(), 40);
 }
 
-TEST(URLRoutes, ModeWordsAreExactOtherwiseAuto) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, ModeWordsAreExactOtherwiseAuto) {
     EXPECT_TRUE(c.handleURL("duskwell://start?mode=Timer&minutes=30"));
     EXPECT_EQ(c.activeMode(), KeepMode::auto_);
     EXPECT_EQ(c.selectedMinutes(), 30) << "minutes still parse";
@@ -263,10 +224,7 @@ TEST(URLRoutes, ModeWordsAreExactOtherwiseAuto) {
     EXPECT_EQ(c.selectedMinutes(), 15) << "blanks do not parse";
 }
 
-TEST(URLRoutes, ExtendPassesZeroThroughAndDefaultsTo60) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, ExtendPassesZeroThroughAndDefaultsTo60) {
     c.start(KeepMode::timer, 30);
     const Date end = *c.endDate();
     EXPECT_TRUE(c.handleURL("duskwell://extend?minutes=0"));
@@ -280,10 +238,7 @@ TEST(URLRoutes, ExtendPassesZeroThroughAndDefaultsTo60) {
     EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(end, 8100))) << "written after the route";
 }
 
-TEST(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
     EXPECT_TRUE(c.handleURL("duskwell://toggle"));
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(readStatus()["active"], true);
@@ -293,10 +248,7 @@ TEST(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
     EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
 }
 
-TEST(URLRoutes, StopEndsTheSessionWithoutAReason) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, StopEndsTheSessionWithoutAReason) {
     c.start(KeepMode::timer, 30);
     EXPECT_TRUE(c.handleURL("duskwell://stop"));
     EXPECT_FALSE(c.isActive());
@@ -304,10 +256,7 @@ TEST(URLRoutes, StopEndsTheSessionWithoutAReason) {
     EXPECT_EQ(readStatus()["active"], false);
 }
 
-TEST(URLRoutes, SleepStopsWithTheReasonThenSleepsTwoSecondsLater) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, SleepStopsWithTheReasonThenSleepsTwoSecondsLater) {
     c.start(KeepMode::timer, 30);
     const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
     EXPECT_TRUE(c.handleURL("duskwell://sleep"));
@@ -322,9 +271,7 @@ TEST(URLRoutes, SleepStopsWithTheReasonThenSleepsTwoSecondsLater) {
     EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
 }
 
-TEST(URLRoutes, SleepWhileIdleStillSleepsButStopsNothing) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(URLRoutes, SleepWhileIdleStillSleepsButStopsNothing) {
     const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
     EXPECT_TRUE(c.handleURL("duskwell://sleep"));
     EXPECT_EQ(c.lastMessage(), std::nullopt);
@@ -335,10 +282,7 @@ TEST(URLRoutes, SleepWhileIdleStillSleepsButStopsNothing) {
     EXPECT_EQ(readStatus()["active"], false);
 }
 
-TEST(URLRoutes, HostsAreCaseSensitiveAndUnknownOnesChangeNothing) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(URLRoutes, HostsAreCaseSensitiveAndUnknownOnesChangeNothing) {
     c.start(KeepMode::timer, 30);
     for (const char* url : {"duskwell://STOP", "duskwell://Stop", "duskwell://halt", "duskwell://",
                             "duskwell:stop", "http://stop", "duskwellx://stop", "DUSKWELL://stop", "stop", ""}) {

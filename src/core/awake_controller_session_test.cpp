@@ -3,10 +3,16 @@
 #include <algorithm>
 
 #include "core/awake_controller_test_support.h"
+#include "testing/controller_fixture.h"
 #include "core/settings_keys.h"
 
 namespace duskwell {
 namespace {
+
+using SessionStart = testing::ControllerWithHelper;
+using SessionStop = testing::ControllerWithHelper;
+using SessionToggle = testing::ControllerWithHelper;
+using SessionDerived = testing::ControllerWithHelper;
 
 using testing::helperRuns;
 using testing::localTime;
@@ -35,11 +41,8 @@ void ticks(TestEnvironment& env, int n) {
 
 // ---- start: the means, in order, and every failure leaves nothing held ----
 
-TEST(SessionStart, TakesTheMeansInOrderAndTellsThePhone) {
-    TestEnvironment env;
-    env.installHelper();
+TEST_F(SessionStart, TakesTheMeansInOrderAndTellsThePhone) {
     env.power.batterySettings["powermode"] = 0;  // performance will change it
-    AwakeController c;
     c.setPhone(true);
 
     // At "lid-on" nothing is held yet; at the performance change "restore.lid" already is.
@@ -77,10 +80,7 @@ TEST(SessionStart, TakesTheMeansInOrderAndTellsThePhone) {
     c.stop();
 }
 
-TEST(SessionStart, AutoPromisesToReportWhenTheAgentsFinish) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionStart, AutoPromisesToReportWhenTheAgentsFinish) {
     c.setPhone(true);
     c.start(KeepMode::auto_, std::nullopt);
     const auto started = phoneAlertsTitled(env.http, "Duskwell started");
@@ -91,10 +91,7 @@ TEST(SessionStart, AutoPromisesToReportWhenTheAgentsFinish) {
     c.stop();
 }
 
-TEST(SessionStart, ASecondStartReAimsWithoutTakingTheMeansTwice) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionStart, ASecondStartReAimsWithoutTakingTheMeansTwice) {
     c.start(KeepMode::timer, 30);
     env.clock.advance(100);
     c.start(KeepMode::until, std::nullopt);
@@ -169,11 +166,8 @@ TEST(SessionStartFailure, AVerifiedInstallGoesOnToStart) {
 
 // ---- stop ----
 
-TEST(SessionStop, GivesEverythingBackInOrder) {
-    TestEnvironment env;
-    env.installHelper();
+TEST_F(SessionStop, GivesEverythingBackInOrder) {
     env.power.batterySettings["powermode"] = 0;
-    AwakeController c;
     c.start(KeepMode::timer, 30);
     ASSERT_EQ(liveWatchdogs(env), 1u);
 
@@ -201,12 +195,9 @@ TEST(SessionStop, GivesEverythingBackInOrder) {
     EXPECT_EQ(c.endDate(), std::nullopt);
 }
 
-TEST(SessionStop, AManualStopNeverSleepsEvenWithTheLidClosed) {
-    TestEnvironment env;
-    env.installHelper();
+TEST_F(SessionStop, AManualStopNeverSleepsEvenWithTheLidClosed) {
     env.power.lid = true;
     env.platform.bundle = true;
-    AwakeController c;
     c.setPhone(true);
     c.start(KeepMode::timer, 30);
     c.stop();
@@ -219,12 +210,9 @@ TEST(SessionStop, AManualStopNeverSleepsEvenWithTheLidClosed) {
     EXPECT_EQ(stopped[0]["tags"], nlohmann::json::array({"zzz"}));
 }
 
-TEST(SessionStop, AStopWithAReasonTellsEveryoneAndSleepsOnlyWithTheLidClosed) {
-    TestEnvironment env;
-    env.installHelper();
+TEST_F(SessionStop, AStopWithAReasonTellsEveryoneAndSleepsOnlyWithTheLidClosed) {
     env.platform.bundle = true;
     env.power.lid = false;
-    AwakeController c;
     c.setPhone(true);
     c.start(KeepMode::timer, 30);
     c.stop("Because.");
@@ -243,10 +231,7 @@ TEST(SessionStop, AStopWithAReasonTellsEveryoneAndSleepsOnlyWithTheLidClosed) {
     EXPECT_TRUE(ran(env, sleepNowLine()));
 }
 
-TEST(SessionStop, IdleWithALeftoverLidSettingStillGivesItBack) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionStop, IdleWithALeftoverLidSettingStillGivesItBack) {
     env.settings.setBool(SettingsKey::restoreLid, true);
     env.commands.clear();
     c.stop();
@@ -260,11 +245,8 @@ TEST(SessionStop, IdleWithALeftoverLidSettingStillGivesItBack) {
     EXPECT_TRUE(env.commands.lines().empty()) << "nothing left to give back";
 }
 
-TEST(SessionToggle, StartsWithTheSelectionAndStopsWithoutAReason) {
-    TestEnvironment env;
-    env.installHelper();
+TEST_F(SessionToggle, StartsWithTheSelectionAndStopsWithoutAReason) {
     env.power.lid = true;
-    AwakeController c;
     c.setMode(KeepMode::timer);
     c.setSelectedMinutes(45);
     c.toggle();
@@ -385,10 +367,7 @@ TEST(SessionExtend, ACappedAutoPeriodMovesItsCapAndLeavesTheCountdownAlone) {
 
 // ---- derived quantities ----
 
-TEST(SessionDerived, AnUnlimitedTimerHasNoRemainingAndAFullRing) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionDerived, AnUnlimitedTimerHasNoRemainingAndAFullRing) {
     EXPECT_EQ(c.progress(), 0.0);
     c.start(KeepMode::timer, 0);
     EXPECT_EQ(c.remaining(), std::nullopt);
@@ -397,10 +376,7 @@ TEST(SessionDerived, AnUnlimitedTimerHasNoRemainingAndAFullRing) {
     c.stop();
 }
 
-TEST(SessionDerived, TimerRemainingAndProgressFollowTheClock) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionDerived, TimerRemainingAndProgressFollowTheClock) {
     c.start(KeepMode::timer, 10);
     EXPECT_EQ(c.remaining(), 600.0);
     EXPECT_EQ(c.progress(), 0.0);
@@ -410,10 +386,7 @@ TEST(SessionDerived, TimerRemainingAndProgressFollowTheClock) {
     c.stop();
 }
 
-TEST(SessionDerived, IdleRemainingFallsFromTheGraceToZeroNeverBelow) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
+TEST_F(SessionDerived, IdleRemainingFallsFromTheGraceToZeroNeverBelow) {
     EXPECT_EQ(c.idleRemaining(), std::nullopt) << "idle";
     c.setAutoCapHours(0);
     c.start(KeepMode::auto_, std::nullopt);

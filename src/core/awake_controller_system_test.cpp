@@ -85,14 +85,6 @@ TEST(UpdateCheck, AnAnswerAfterTheControllerIsGoneIsDropped) {
     EXPECT_EQ(env.dispatcher.runMain(), 1) << "the hop to main happens and does nothing";
 }
 
-TEST(Permissions, CanNotifyAsksThePlatform) {
-    TestEnvironment env;
-    env.platform.bundle = false;
-    EXPECT_FALSE(AwakeController::canNotify());
-    env.platform.bundle = true;
-    EXPECT_TRUE(AwakeController::canNotify());
-}
-
 TEST(Permissions, ProvisionalCountsAsAllowedDeniedAndUndecidedDoNot) {
     TestEnvironment env;
     env.platform.bundle = true;

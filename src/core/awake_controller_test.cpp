@@ -2,29 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
-
-#include "core/calendar.h"
+#include "core/awake_controller_test_support.h"
 #include "core/settings_keys.h"
 #include "testing/fakes.h"
 
 namespace duskwell {
 namespace {
 
+using testing::localTime;
 using testing::TestEnvironment;
-
-Date localTime(int hour, int minute, int second = 0, int day = 22) {
-    std::tm tm{};
-    tm.tm_year = 2026 - 1900;
-    tm.tm_mon = 10;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    tm.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&tm));
-}
 
 TEST(AwakeControllerSettings, FreshInstallReadsTheRegisteredDefaults) {
     TestEnvironment env;

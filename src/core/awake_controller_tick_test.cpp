@@ -3,11 +3,14 @@
 #include <algorithm>
 
 #include "core/awake_controller_test_support.h"
+#include "testing/controller_fixture.h"
 #include "core/localization.h"
 #include "core/settings_keys.h"
 
 namespace duskwell {
 namespace {
+
+using Describe = testing::ControllerTest;
 
 using testing::agentItem;
 using testing::phoneAlerts;
@@ -91,26 +94,19 @@ TEST(TickBattery, KoreanWarningKeepsTheSameParts) {
     EXPECT_EQ(r.env.platform.notifications[0].second.rfind("배터리 15% · 약 30분 남음. 10%", 0), 0u);
 }
 
-TEST(TickBattery, FloorZeroDisablesBothRules) {
-    Running r(KeepMode::timer);
-    r.c->setBatteryFloor(0);
-    r.env.power.setBattery(5, true);
-    ticks(r.env, 10);
-    r.env.power.setBattery(0, true);
-    ticks(r.env, 10);
-    EXPECT_TRUE(r.c->isActive());
-    EXPECT_TRUE(r.env.platform.notifications.empty());
-}
-
-TEST(TickBattery, MainsPowerDisablesBothRules) {
-    Running r(KeepMode::timer);
-    r.env.power.setBattery(15, false);
-    ticks(r.env, 10);
-    r.env.power.setBattery(3, false);
-    ticks(r.env, 10);
-    EXPECT_TRUE(r.c->isActive());
-    EXPECT_TRUE(r.env.platform.notifications.empty());
-    EXPECT_TRUE(phoneAlertsTitled(r.env.http, "🔋 Battery getting low").empty());
+TEST(TickBattery, FloorZeroOrMainsPowerDisablesBothRules) {
+    for (const bool onMains : {false, true}) {
+        SCOPED_TRACE(onMains ? "on mains power" : "floor 0");
+        Running r(KeepMode::timer);
+        if (!onMains) r.c->setBatteryFloor(0);
+        for (const int percent : {5, 0}) {
+            r.env.power.setBattery(percent, !onMains);
+            ticks(r.env, 10);
+        }
+        EXPECT_TRUE(r.c->isActive());
+        EXPECT_TRUE(r.env.platform.notifications.empty());
+        EXPECT_TRUE(phoneAlertsTitled(r.env.http, "🔋 Battery getting low").empty());
+    }
 }
 
 // ---- heat ----
@@ -269,34 +265,26 @@ TEST(TickLid, AClosingSeenFirstByTheRefreshStillLocks) {
     EXPECT_EQ(env.power.locks, 1);
 }
 
-TEST(TickLid, AnExternalDisplayKeepsThePanelOnAndLockingIsOptional) {
-    Running r(KeepMode::timer);
-    auto& env = r.env;
-    r.c->setLockOnLidClose(false);
-    env.power.displays = std::vector<DisplayInfo>{{true, false, true}, {false, false, true}};
-    env.power.lid = true;
-    ticks(env, 7);
-    EXPECT_EQ(env.power.locks, 0);
-    EXPECT_EQ(env.power.displaySleeps, 0);
-}
-
-TEST(TickLid, NothingHappensWhileIdle) {
-    TestEnvironment env;
-    env.power.lid = true;
-    env.power.displays = std::vector<DisplayInfo>{{true, false, true}};
-    AwakeController c;
-    ticks(env, 7);
-    EXPECT_EQ(env.power.locks, 0);
-    EXPECT_EQ(env.power.displaySleeps, 0);
-}
-
-TEST(TickLid, AnUnknownLidNeitherLocksNorDarkens) {
-    Running r(KeepMode::timer);
-    r.env.power.displays = std::vector<DisplayInfo>{{true, false, true}};
-    r.env.power.lid = std::nullopt;
-    ticks(r.env, 7);
-    EXPECT_EQ(r.env.power.locks, 0);
-    EXPECT_EQ(r.env.power.displaySleeps, 0);
+TEST(TickLid, NeitherLockNorDarkenWithAnExternalDisplayAndLockingOffWhileIdleOrWithAnUnknownLid) {
+    const std::vector<DisplayInfo> internal{{true, false, true}}, withExternal{{true, false, true}, {false, false, true}};
+    struct Case {
+        const char* what;
+        bool running, lockOnClose;
+        std::optional<bool> lid;
+        std::vector<DisplayInfo> displays;
+    };
+    for (const Case& k : {Case{"an external display, locking off", true, false, true, withExternal},
+                          Case{"idle", false, true, true, internal}, Case{"lid unknown", true, true, std::nullopt, internal}}) {
+        SCOPED_TRACE(k.what);
+        Running r(KeepMode::timer);
+        if (!k.running) r.c->stop();
+        r.c->setLockOnLidClose(k.lockOnClose);
+        r.env.power.displays = k.displays;
+        r.env.power.lid = k.lid;
+        ticks(r.env, 7);
+        EXPECT_EQ(r.env.power.locks, 0);
+        EXPECT_EQ(r.env.power.displaySleeps, 0);
+    }
 }
 
 // ---- cadences ----
@@ -423,9 +411,7 @@ TEST(ScanCompletion, IdleOrFrozenControllersSendNothing) {
     EXPECT_EQ(c.agents().items.size(), 1u) << "a frozen controller ignores scans";
 }
 
-TEST(Describe, RunningAndFinishedForms) {
-    TestEnvironment env;
-    AwakeController c;
+TEST_F(Describe, RunningAndFinishedForms) {
     const std::string title(AgentKind(AgentKind::claude).title());
     SessionInfo s = session("a", AgentState::working, addSeconds(env.clock.now(), -20));
     EXPECT_EQ(c.describe(s, true), title + " (duskwell) 1m in") << "at least one minute";

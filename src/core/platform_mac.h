@@ -3,6 +3,10 @@
 
 namespace duskwell {
 
+// The application's bundle identifier (CFBundleIdentifier, set in src/app/mac/CMakeLists.txt).
+// Processes outside the bundle (the terminal command) use it to reach the app's settings.
+inline constexpr const char* kMacBundleIdentifier = "app.duskwell.Duskwell";
+
 // The user's session on macOS: Foundation for who and where, the main bundle for resources,
 // UserNotifications (only from an installed bundle), SMAppService for the login item,
 // NSWorkspace for URLs and NSAppleScript for the administrator prompt.

@@ -9,7 +9,10 @@
 namespace duskwell {
 namespace {
 
-NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()] ?: @""; }
+NSString* ns(const std::string& s) {
+    NSString* text = [NSString stringWithUTF8String:s.c_str()];
+    return text != nil ? text : @"";
+}
 std::string str(NSString* s) {
     const char* utf8 = s.UTF8String;
     return utf8 ? utf8 : "";
@@ -44,7 +47,7 @@ bool MacPlatform::canPostNotifications() const {
 
 std::string MacPlatform::bundleIdentifier() const {
     NSString* identifier = NSBundle.mainBundle.bundleIdentifier;
-    return identifier ? str(identifier) : "app.duskwell.Duskwell";
+    return identifier ? str(identifier) : std::string(kMacBundleIdentifier);
 }
 
 std::optional<std::string> MacPlatform::resourcePath(const std::string& name) const {

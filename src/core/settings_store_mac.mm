@@ -1,12 +1,28 @@
 #import <Foundation/Foundation.h>
 
+#include "core/platform_mac.h"
 #include "core/settings_store_mac.h"
 
 namespace duskwell {
 namespace {
 
-NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()] ?: @""; }
-NSUserDefaults* defaults() { return NSUserDefaults.standardUserDefaults; }
+NSString* ns(const std::string& s) {
+    NSString* text = [NSString stringWithUTF8String:s.c_str()];
+    return text != nil ? text : @"";
+}
+
+// The app keeps its settings in its own defaults domain. The terminal command is no bundle of
+// that identifier, so its standard defaults would be a domain of its own: it opens the app's
+// domain by name instead, so that `duskwell phone` sees what the app wrote.
+NSUserDefaults* defaults() {
+    static NSUserDefaults* const store = []() -> NSUserDefaults* {
+        NSString* app = @(kMacBundleIdentifier);
+        if ([NSBundle.mainBundle.bundleIdentifier isEqualToString:app]) return NSUserDefaults.standardUserDefaults;
+        NSUserDefaults* suite = [[NSUserDefaults alloc] initWithSuiteName:app];
+        return suite != nil ? suite : NSUserDefaults.standardUserDefaults;
+    }();
+    return store;
+}
 
 }  // namespace
 
@@ -24,19 +40,19 @@ void UserDefaultsSettings::registerDefaults(const std::map<std::string, SettingV
 
 std::optional<std::int64_t> UserDefaultsSettings::integer(const std::string& key) const {
     id object = [defaults() objectForKey:ns(key)];
-    if (![object isKindOfClass:NSNumber.class]) return std::nullopt;
+    if (![object isKindOfClass:[NSNumber class]]) return std::nullopt;
     return static_cast<std::int64_t>([(NSNumber*)object longLongValue]);
 }
 
 std::optional<bool> UserDefaultsSettings::boolean(const std::string& key) const {
     id object = [defaults() objectForKey:ns(key)];
-    if (![object isKindOfClass:NSNumber.class]) return std::nullopt;
+    if (![object isKindOfClass:[NSNumber class]]) return std::nullopt;
     return static_cast<bool>([(NSNumber*)object boolValue]);
 }
 
 std::optional<std::string> UserDefaultsSettings::string(const std::string& key) const {
     id object = [defaults() objectForKey:ns(key)];
-    if (![object isKindOfClass:NSString.class]) return std::nullopt;
+    if (![object isKindOfClass:[NSString class]]) return std::nullopt;
     const char* utf8 = [(NSString*)object UTF8String];
     return std::string(utf8 ? utf8 : "");
 }

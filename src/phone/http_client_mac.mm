@@ -2,31 +2,59 @@
 // (a background queue); callers hop to the main queue themselves.
 #import <Foundation/Foundation.h>
 
+#include <exception>
+#include <memory>
+
 #include "phone/http_client.h"
 
 namespace duskwell {
 namespace {
 
-NSString* toNS(const std::string& s) { return [[NSString alloc] initWithBytes:s.data() length:s.size() encoding:NSUTF8StringEncoding]; }
+NSString* toNS(const std::string& s) {
+    return [[NSString alloc] initWithBytes:s.data() length:s.size() encoding:NSUTF8StringEncoding];
+}
+
+using Completion = std::function<void(HttpResponse)>;
+
+// Runs the completion from a system queue; nothing it throws may unwind into Foundation.
+void deliver(const std::shared_ptr<Completion>& done, HttpResponse response) {
+    try {
+        (*done)(std::move(response));
+    } catch (const std::exception& e) {
+        NSLog(@"Duskwell: HTTP completion failed: %s", e.what());
+    } catch (...) {
+        NSLog(@"Duskwell: HTTP completion failed");
+    }
+}
 
 class SessionHttpClient final : public HttpClient {
 public:
     void send(HttpRequest request, std::function<void(HttpResponse)> completion) override {
+        if (!completion) return;
+        // The blocks own the completion; NSURLSession keeps its task alive until it ends.
+        auto done = std::make_shared<Completion>(std::move(completion));
+
         NSString* text = toNS(request.url);
         NSURL* url = text != nil ? [NSURL URLWithString:text] : nil;
         if (url == nil) {
-            completion(HttpResponse{std::nullopt, {}, std::string("unsupported URL")});
+            // Later, like every other answer: callers may still be inside their own send.
+            dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
+              deliver(done, HttpResponse{std::nullopt, {}, std::string("unsupported URL")});
+            });
             return;
         }
         NSMutableURLRequest* r = [NSMutableURLRequest requestWithURL:url
                                                          cachePolicy:NSURLRequestUseProtocolCachePolicy
                                                      timeoutInterval:request.timeoutSeconds];
-        r.HTTPMethod = toNS(request.method);
+        NSString* method = toNS(request.method);
+        if (method != nil) r.HTTPMethod = method;
         if (request.body) r.HTTPBody = [NSData dataWithBytes:request.body->data() length:request.body->size()];
-        for (const auto& [name, value] : request.headers) [r setValue:toNS(value) forHTTPHeaderField:toNS(name)];
+        for (const auto& [name, value] : request.headers) {
+            NSString* field = toNS(name);
+            NSString* content = toNS(value);
+            if (field != nil && content != nil) [r setValue:content forHTTPHeaderField:field];
+        }
 
-        // The block owns the completion; NSURLSession keeps the task alive until it ends.
-        auto done = std::make_shared<std::function<void(HttpResponse)>>(std::move(completion));
         NSURLSessionDataTask* task = [NSURLSession.sharedSession
             dataTaskWithRequest:r
               completionHandler:^(NSData* data, NSURLResponse* response, NSError* error) {
@@ -40,7 +68,7 @@ public:
                     }
                     if (data != nil) out.body.assign(static_cast<const char*>(data.bytes), data.length);
                 }
-                (*done)(std::move(out));
+                deliver(done, std::move(out));
               }];
         [task resume];
     }

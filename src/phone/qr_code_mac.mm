@@ -29,7 +29,7 @@ void* qrImage(std::string_view text, double size) {
         NSCIImageRep* rep = [NSCIImageRep imageRepWithCIImage:scaled];
         NSImage* image = [[NSImage alloc] initWithSize:NSMakeSize(size, size)];
         [image addRepresentation:rep];
-        return (void*)CFBridgingRetain(image);
+        return const_cast<void*>(CFBridgingRetain(image));
     }
 }
 
@@ -45,10 +45,15 @@ std::optional<QrCode> makeQrCode(std::string_view text) {
         const size_t w = CGImageGetWidth(cg), h = CGImageGetHeight(cg);
         std::vector<unsigned char> pixels(w * h, 255);
         CGColorSpaceRef gray = CGColorSpaceCreateDeviceGray();
-        CGContextRef bitmap = CGBitmapContextCreate(pixels.data(), w, h, 8, w, gray, (CGBitmapInfo)kCGImageAlphaNone);
+        CGContextRef bitmap =
+            CGBitmapContextCreate(pixels.data(), w, h, 8, w, gray, static_cast<uint32_t>(kCGImageAlphaNone));
         CGColorSpaceRelease(gray);
-        if (bitmap == nullptr) { CGImageRelease(cg); return std::nullopt; }
-        CGContextDrawImage(bitmap, CGRectMake(0, 0, w, h), cg);  // row 0 of `pixels` is the top
+        if (bitmap == nullptr) {
+            CGImageRelease(cg);
+            return std::nullopt;
+        }
+        // Row 0 of `pixels` is the top of the picture.
+        CGContextDrawImage(bitmap, CGRectMake(0, 0, static_cast<CGFloat>(w), static_cast<CGFloat>(h)), cg);
         CGContextRelease(bitmap);
         CGImageRelease(cg);
 

@@ -40,70 +40,50 @@ protected:
 
 // --- batteries ---
 
-TEST_F(FakeRoot, DischargingLaptopReportsPercentMinutesAndBatteryPower) {
-    supply("AC", {{"type", "Mains"}, {"online", "0"}});
-    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "57"},
-                    {"energy_now", "30000000"}, {"power_now", "10000000"}});
-    const auto b = battery();
-    EXPECT_TRUE(b.hasBattery);
-    EXPECT_EQ(b.percent, 57);
-    EXPECT_TRUE(b.onBattery);
-    EXPECT_FALSE(b.charging);
-    EXPECT_EQ(b.minutesLeft, 180);  // 30 Wh at 10 W
-}
-
-TEST_F(FakeRoot, AdapterOnlineMeansACPowerWhicheverSupplyIsListedFirst) {
-    // "ACAD" sorts before the battery, "ZMAINS" after it.
-    for (const std::string adapter : {"ACAD", "ZMAINS"}) {
+// One machine per row: its supplies' attributes and the battery reading expected of them.
+TEST_F(FakeRoot, BatteriesAreReadFromTheirSupplyAttributes) {
+    using Attributes = std::map<std::string, std::string>;
+    struct Case {
+        const char* what;
+        std::vector<std::pair<std::string, Attributes>> supplies;
+        std::optional<int> percent, minutesLeft;
+        bool onBattery, charging;
+    };
+    const Attributes full{{"type", "Battery"}, {"status", "Full"}, {"capacity", "100"}, {"energy_now", "50000000"}, {"power_now", "0"}};
+    const Case cases[] = {
+        {"discharging: 30 Wh at 10 W", {{"AC", {{"type", "Mains"}, {"online", "0"}}},
+          {"BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "57"}, {"energy_now", "30000000"}, {"power_now", "10000000"}}}},
+         57, 180, true, false},
+        // "ACAD" sorts before the battery, "ZMAINS" after it.
+        {"adapter listed first", {{"ACAD", {{"type", "Mains"}, {"online", "1"}}}, {"BAT1", full}}, 100, std::nullopt, false, false},
+        {"adapter listed last", {{"ZMAINS", {{"type", "Mains"}, {"online", "1"}}}, {"BAT1", full}}, 100, std::nullopt, false, false},
+        {"charging counts as adapter power", {{"BAT0", {{"type", "Battery"}, {"status", "Charging"}, {"capacity", "40"}}},
+          {"USB-C", {{"type", "USB_PD"}, {"online", "1"}}}}, 40, std::nullopt, false, true},
+        {"not charging, no adapter online", {{"AC", {{"type", "Mains"}, {"online", "0"}}},
+          {"BAT0", {{"type", "Battery"}, {"status", "Not charging"}, {"capacity", "80"}}}}, 80, std::nullopt, true, false},
+        {"energy counters; 2/3 rounds up; a negative draw is still a draw",
+         {{"BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"energy_now", "20000000"}, {"energy_full", "30000000"}, {"power_now", "-5000000"}}}},
+         67, 240, true, false},
+        {"charge counters", {{"BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"charge_now", "2500000"}, {"charge_full", "5000000"}, {"current_now", "1250000"}}}},
+         50, 120, true, false},
+        {"garbage leaves the values out, not the battery",
+         {{"BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "lots"}, {"energy_now", "12abc"}, {"energy_full", ""}, {"power_now", "999999999999999999999999"}}}},
+         std::nullopt, std::nullopt, true, false},
+        {"capacity out of range: the counters; full without an adapter is battery power",
+         {{"BAT0", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "250"}, {"energy_now", "1"}, {"energy_full", "4"}}}},
+         25, std::nullopt, true, false},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.what);
         fs::remove_all(root.path() + "/sys");
-        supply(adapter, {{"type", "Mains"}, {"online", "1"}});
-        supply("BAT1", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "100"},
-                        {"energy_now", "50000000"}, {"power_now", "0"}});
+        for (const auto& [name, attributes] : k.supplies) supply(name, attributes);
         const auto b = battery();
-        EXPECT_TRUE(b.hasBattery) << adapter;
-        EXPECT_FALSE(b.onBattery) << adapter;
-        EXPECT_EQ(b.percent, 100) << adapter;
-        EXPECT_EQ(b.minutesLeft, std::nullopt) << adapter;
+        EXPECT_TRUE(b.hasBattery);
+        EXPECT_EQ(b.percent, k.percent);
+        EXPECT_EQ(b.minutesLeft, k.minutesLeft);
+        EXPECT_EQ(b.onBattery, k.onBattery);
+        EXPECT_EQ(b.charging, k.charging);
     }
-}
-
-TEST_F(FakeRoot, ChargingIsReportedAndCountsAsAdapterPower) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Charging"}, {"capacity", "40"}});
-    supply("USB-C", {{"type", "USB_PD"}, {"online", "1"}});
-    const auto b = battery();
-    EXPECT_TRUE(b.charging);
-    EXPECT_FALSE(b.onBattery);
-}
-
-TEST_F(FakeRoot, NotChargingWithNoAdapterOnlineCountsAsBattery) {
-    supply("AC", {{"type", "Mains"}, {"online", "0"}});
-    supply("BAT0", {{"type", "Battery"}, {"status", "Not charging"}, {"capacity", "80"}});
-    EXPECT_TRUE(battery().onBattery);
-}
-
-TEST_F(FakeRoot, EnergyCountersGivePercentWhenCapacityIsMissing) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"},
-                    {"energy_now", "20000000"}, {"energy_full", "30000000"}, {"power_now", "-5000000"}});
-    const auto b = battery();
-    EXPECT_EQ(b.percent, 67);       // 2/3 rounds up
-    EXPECT_EQ(b.minutesLeft, 240);  // a negative draw is still a draw
-}
-
-TEST_F(FakeRoot, ChargeCountersGivePercentAndMinutes) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"charge_now", "2500000"},
-                    {"charge_full", "5000000"}, {"current_now", "1250000"}});
-    const auto b = battery();
-    EXPECT_EQ(b.percent, 50);
-    EXPECT_EQ(b.minutesLeft, 120);
-}
-
-TEST_F(FakeRoot, GarbageAttributesLeaveTheirValuesOutNotTheBattery) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "lots"},
-                    {"energy_now", "12abc"}, {"energy_full", ""}, {"power_now", "999999999999999999999999"}});
-    const auto b = battery();
-    EXPECT_TRUE(b.hasBattery);
-    EXPECT_EQ(b.percent, std::nullopt);
-    EXPECT_EQ(b.minutesLeft, std::nullopt);
 }
 
 TEST_F(FakeRoot, UnreadableAttributeIsTreatedAsMissing) {
@@ -113,12 +93,6 @@ TEST_F(FakeRoot, UnreadableAttributeIsTreatedAsMissing) {
     const auto b = battery();
     EXPECT_TRUE(b.hasBattery);
     EXPECT_EQ(b.percent, std::nullopt);
-}
-
-TEST_F(FakeRoot, OutOfRangeCapacityFallsBackToTheCounters) {
-    supply("BAT0", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "250"},
-                    {"energy_now", "1"}, {"energy_full", "4"}});
-    EXPECT_EQ(battery().percent, 25);
 }
 
 TEST_F(FakeRoot, DesktopWithOnlyAnAdapterHasNoBattery) {

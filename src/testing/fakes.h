@@ -62,9 +62,7 @@ public:
     // One second: advance the clock by 1 s, fire the timers, then run what they queued
     // (background and main). Returns after everything has settled.
     void tickSecond();
-    size_t pendingMain() const { return main_.size(); }
     size_t pendingBackground() const { return background_->size(); }
-    size_t pendingDelayed() const { return delayed_.size(); }
     size_t liveTimers() const;
 
 private:

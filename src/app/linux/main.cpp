@@ -195,6 +195,8 @@ int main(int argc, char** argv) {
             if (firstLaunch) logLine(welcomeText());
         }
 
+        // Readers of status.json see this instance at once, not five ticks later.
+        controller.writeStatusFile();
         if (options.openURL) {
             const bool handled = controller.handleURL(*options.openURL);
             if (!view) logLine(*options.openURL + (handled ? " handled" : " not handled"));

@@ -1,29 +1,54 @@
-// AppDelegate: status item, quick menu, popover, hot key, URL events, and the orderly stop
-// on quit, power-off and termination signals. Main thread only.
+// AppDelegate: status item, quick menu, popover, hot key, URL events, the control socket, and
+// the orderly stop on quit, power-off and termination signals. Main thread only.
 #import "app_delegate_mac.h"
-
-#import <Carbon/Carbon.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "app/quick_menu_model.h"
 #include "app/status_item_model.h"
+#include "commands/control_socket.h"
+#include "core/app_config.h"
+#include "core/dispatcher.h"
 #include "core/services.h"
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
 
-using duskwell::Action;
+// Last: Carbon's old macros (AssertMacros' check, verify, require) must not reach our headers.
+#import <Carbon/Carbon.h>
 
-static NSString* ns(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()]; }
+namespace {
+
+NSString* ns(const std::string& s) {
+    NSString* text = [NSString stringWithUTF8String:s.c_str()];
+    return text != nil ? text : @"";
+}
+
+// 'DWHK' spelled out: four-character literals are an extension the warnings reject.
+constexpr OSType kHotKeySignature = (OSType('D') << 24) | (OSType('W') << 16) | (OSType('H') << 8) | OSType('K');
+constexpr UInt32 kKeyCodeL = 37;
+
+// Carbon calls this on the main thread; the toggle still goes through the main queue so that
+// it never runs inside Carbon's dispatch.
+OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
+    AppDelegate* delegate = (__bridge AppDelegate*)userData;
+    dispatch_async(dispatch_get_main_queue(), ^{
+        [delegate performAction:duskwell::Action::make(duskwell::Action::Kind::toggle)];
+    });
+    return noErr;
+}
+
+}  // namespace
 
 @implementation DWActionTarget {
-    Action _action;
+    duskwell::Action _action;
     __weak AppDelegate* _delegate;
 }
-- (instancetype)initWithAction:(const Action&)action delegate:(AppDelegate*)delegate {
+- (instancetype)initWithAction:(const duskwell::Action&)action delegate:(AppDelegate*)delegate {
     if ((self = [super init])) {
         _action = action;
         _delegate = delegate;
@@ -36,32 +61,40 @@ static NSString* ns(const std::string& s) { return [NSString stringWithUTF8Strin
 }
 @end
 
-static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
-    AppDelegate* delegate = (__bridge AppDelegate*)userData;
-    dispatch_async(dispatch_get_main_queue(), ^{
-        [delegate performAction:Action::make(Action::Kind::toggle)];
-    });
-    return noErr;
-}
+@interface AppDelegate ()
+- (void)onClick:(id)sender;
+- (void)updateStatusItem;
+- (void)showQuickMenu;
+- (void)registerHotKey;
+- (void)startControlServer;
+- (void)controllerDidChange;
+- (void)finalStop;
+@end
 
 @implementation AppDelegate {
+    // Declared first so that it is destroyed last: the control server's handler points at it.
     std::unique_ptr<duskwell::AwakeController> _controller;
+    std::unique_ptr<duskwell::ControlServer> _control;
     NSStatusItem* _statusItem;
     NSPopover* _popover;
     DWPopoverViewController* _content;
     std::vector<duskwell::Subscription> _bag;
     EventHotKeyRef _hotKeyRef;
-    NSMutableArray* _signalSources;
-    NSMutableArray* _menuTargets;  // keeps the quick menu's targets alive while it shows
+    NSMutableArray* _signalSources;  // dispatch signal sources, kept for the process
+    NSMutableArray* _menuTargets;    // keeps the quick menu's targets alive while it shows
+    id _powerOffObserver;
     BOOL _redrawPending;
+    BOOL _stopped;  // the final stop has run; the process is on its way out
 }
 
 - (instancetype)init {
     if ((self = [super init])) {
+        // The one controller of the process; the services are installed by main already.
         _controller = std::make_unique<duskwell::AwakeController>();
         _popover = [[NSPopover alloc] init];
         _signalSources = [NSMutableArray array];
         _menuTargets = [NSMutableArray array];
+        _hotKeyRef = nullptr;
     }
     return self;
 }
@@ -70,23 +103,32 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     return *_controller;
 }
 
-- (void)performAction:(const Action&)action {
-    const duskwell::ActionOutcome out = duskwell::perform(*_controller, action);
+- (void)performAction:(const duskwell::Action&)action {
+    duskwell::ActionOutcome out;
+    // Nothing thrown by the core may unwind into AppKit.
+    try {
+        out = duskwell::perform(*_controller, action);
+    } catch (const std::exception& e) {
+        NSLog(@"Duskwell: %s failed: %s", std::string(duskwell::actionName(action.kind)).c_str(), e.what());
+        return;
+    }
     if (out.clipboard) {
-        [[NSPasteboard generalPasteboard] clearContents];
-        [[NSPasteboard generalPasteboard] setString:ns(*out.clipboard) forType:NSPasteboardTypeString];
+        NSPasteboard* board = [NSPasteboard generalPasteboard];
+        [board clearContents];
+        [board setString:ns(*out.clipboard) forType:NSPasteboardTypeString];
     }
     if (out.showPopover) {
-        // After the menu has closed.
+        // After the quick menu has closed.
         dispatch_async(dispatch_get_main_queue(), ^{
             [self showPopover];
         });
     }
-    if (out.terminate) [NSApp terminate:nil];
+    if (out.terminate) [NSApp terminate:nil];  // applicationWillTerminate performs the stop
 }
 
 - (void)applicationDidFinishLaunching:(NSNotification*)notification {
     (void)notification;
+    // The status item: icon before the title, both mouse buttons reach onClick.
     _statusItem = [[NSStatusBar systemStatusBar] statusItemWithLength:NSVariableStatusItemLength];
     NSStatusBarButton* button = _statusItem.button;
     if (button) {
@@ -96,66 +138,115 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
         button.imagePosition = NSImageLeading;
     }
 
+    // The popover: transient, animated, its content drawn from PopoverModel.
     _content = [[DWPopoverViewController alloc] initWithDelegate:self];
     _popover.behavior = NSPopoverBehaviorTransient;
     _popover.delegate = self;
     _popover.animates = YES;
     _popover.contentViewController = _content;
 
-    // Redraws are coalesced: many announcements within one turn of the run loop draw once.
+    // Announcements come before the change lands: redraw on the next turn of the main queue,
+    // once for any number of announcements in between.
     __weak AppDelegate* weakSelf = self;
-    _bag.push_back(_controller->changes().subscribe([weakSelf] {
-        AppDelegate* strong = weakSelf;
-        if (!strong || strong->_redrawPending) return;
-        strong->_redrawPending = YES;
-        dispatch_async(dispatch_get_main_queue(), ^{
-            AppDelegate* s = weakSelf;
-            if (!s) return;
-            s->_redrawPending = NO;
-            [s updateStatusItem];
-            if (s->_popover.shown) [s->_content reload];
-        });
-    }));
+    _bag.push_back(_controller->changes().subscribe([weakSelf] { [weakSelf controllerDidChange]; }));
     [self updateStatusItem];
+
     [self registerHotKey];
 
-    [[NSWorkspace sharedWorkspace].notificationCenter addObserverForName:NSWorkspaceWillPowerOffNotification
-                                                                  object:nil
-                                                                   queue:[NSOperationQueue mainQueue]
-                                                              usingBlock:^(NSNotification*) {
-        [weakSelf performAction:Action::make(Action::Kind::shutdown)];
-    }];
+    // Power-off: stop now (sleep and power settings restored); the termination follows.
+    _powerOffObserver = [[NSWorkspace sharedWorkspace].notificationCenter
+        addObserverForName:NSWorkspaceWillPowerOffNotification
+                    object:nil
+                     queue:[NSOperationQueue mainQueue]
+                usingBlock:^(NSNotification*) {
+                  [weakSelf performAction:duskwell::Action::make(duskwell::Action::Kind::shutdown)];
+                }];
 
+    // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0. The default disposition is
+    // ignored so that the dispatch sources alone see them.
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
-        signal(sig, SIG_IGN);
-        dispatch_source_t source =
-            dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(sig), 0, dispatch_get_main_queue());
+        std::signal(sig, SIG_IGN);
+        dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(sig),
+                                                          0, dispatch_get_main_queue());
+        if (!source) continue;
         dispatch_source_set_event_handler(source, ^{
-            [weakSelf performAction:Action::make(Action::Kind::shutdown)];
-            exit(0);
+          [weakSelf finalStop];
+          std::exit(0);
         });
         dispatch_resume(source);
         [_signalSources addObject:source];
     }
 
+    // The terminal command (`duskwell start|stop|status`) reaches us here.
+    [self startControlServer];
+
+    // First launch: show what the app is, once, after the status item has settled.
     duskwell::SettingsStore& settings = *duskwell::services().settings;
     if (!settings.boolean(duskwell::SettingsKey::didOnboard).value_or(false)) {
         settings.setBool(duskwell::SettingsKey::didOnboard, true);
         dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<int64_t>(0.6 * NSEC_PER_SEC)),
                        dispatch_get_main_queue(), ^{
-            [weakSelf showPopover];
-        });
+                         [weakSelf showPopover];
+                       });
     }
+}
+
+- (void)startControlServer {
+    duskwell::Dispatcher* main = duskwell::services().dispatcher;
+    duskwell::AwakeController* controller = _controller.get();
+    std::string error;
+    _control = duskwell::ControlServer::start(
+        duskwell::AppConfig::controlSocket(),
+        [main](std::function<void()> task) { main->post(std::move(task)); },
+        [controller](const std::string& request) -> duskwell::ControlProtocol::Reply {
+            try {
+                return duskwell::ControlProtocol::answer(*controller, request);
+            } catch (const std::exception& e) {
+                return {duskwell::ControlProtocol::ReplyKind::error, e.what()};
+            }
+        },
+        &error);
+    // Without the socket the terminal command falls back to the URL scheme; nothing else is lost.
+    if (!_control) NSLog(@"Duskwell: control socket unavailable: %s", error.c_str());
 }
 
 - (void)application:(NSApplication*)application openURLs:(NSArray<NSURL*>*)urls {
     (void)application;
-    for (NSURL* url in urls) _controller->handleURL(url.absoluteString.UTF8String);
+    for (NSURL* url in urls) {
+        const char* text = url.absoluteString.UTF8String;
+        if (!text) continue;
+        try {
+            _controller->handleURL(text);
+        } catch (const std::exception& e) {
+            NSLog(@"Duskwell: %s failed: %s", text, e.what());
+        }
+    }
 }
 
 - (void)applicationWillTerminate:(NSNotification*)notification {
     (void)notification;
-    [self performAction:Action::make(Action::Kind::shutdown)];
+    [self finalStop];
+}
+
+// Every way out except a crash comes here once: quit (through termination) and the signals.
+- (void)finalStop {
+    if (_stopped) return;
+    _stopped = YES;
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::shutdown)];
+    _control.reset();  // removes the socket file, so the terminal command knows we are gone
+}
+
+- (void)controllerDidChange {
+    if (_redrawPending) return;
+    _redrawPending = YES;
+    __weak AppDelegate* weakSelf = self;
+    dispatch_async(dispatch_get_main_queue(), ^{
+      AppDelegate* strong = weakSelf;
+      if (!strong) return;
+      strong->_redrawPending = NO;
+      [strong updateStatusItem];
+      if (strong->_popover.shown) [strong->_content reload];
+    });
 }
 
 - (void)updateStatusItem {
@@ -167,7 +258,7 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     NSImage* image = [[NSImage imageWithSystemSymbolName:ns(m.symbol)
                                 accessibilityDescription:ns(m.accessibilityDescription)]
         imageWithSymbolConfiguration:config];
-    image.template = YES;
+    [image setTemplate:YES];  // not `image.template`: a C++ keyword in Objective-C++
     button.image = image;
     if (m.title) {
         NSDictionary* attributes = @{
@@ -200,7 +291,12 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     [_content reload];
     [_popover showRelativeToRect:button.bounds ofView:button preferredEdge:NSRectEdgeMinY];
     [_popover.contentViewController.view.window makeKeyWindow];
+    // An accessory app must take the focus itself for the popover to receive keys; the
+    // cooperative `activate` of macOS 14 may decline, so the older call stays.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
     [NSApp activateIgnoringOtherApps:YES];
+#pragma clang diagnostic pop
 }
 
 - (void)showQuickMenu {
@@ -222,6 +318,7 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
         mi.enabled = item.enabled();
         [menu addItem:mi];
     }
+    // Attached only while it shows; menuDidClose detaches it again.
     menu.delegate = self;
     _statusItem.menu = menu;
     [_statusItem.button performClick:nil];
@@ -235,23 +332,30 @@ static OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 
 - (void)popoverWillShow:(NSNotification*)notification {
     (void)notification;
-    [self performAction:Action::make(Action::Kind::popoverOpened)];
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::popoverOpened)];
 }
 
 - (void)popoverDidClose:(NSNotification*)notification {
     (void)notification;
-    [self performAction:Action::make(Action::Kind::popoverClosed)];
+    [self performAction:duskwell::Action::make(duskwell::Action::Kind::popoverClosed)];
 }
 
 - (void)registerHotKey {
-    EventTypeSpec spec = {kEventClassKeyboard, kEventHotKeyPressed};
-    InstallEventHandler(GetApplicationEventTarget(), &hotKeyHandler, 1, &spec, (__bridge void*)self, nullptr);
+    // Keyboard class, hot-key-pressed kind, on the application target.
+    EventTypeSpec pressed;
+    pressed.eventClass = kEventClassKeyboard;
+    pressed.eventKind = kEventHotKeyPressed;
+    if (InstallEventHandler(GetApplicationEventTarget(), &hotKeyHandler, 1, &pressed, (__bridge void*)self, nullptr) !=
+        noErr) {
+        return;
+    }
     EventHotKeyID hotKeyID;
-    hotKeyID.signature = 'DWHK';
+    hotKeyID.signature = kHotKeySignature;
     hotKeyID.id = 1;
-    // Key code 37 is L; 2304 is Command + Option. A failed registration leaves no shortcut.
-    if (RegisterEventHotKey(37, cmdKey | optionKey, hotKeyID, GetApplicationEventTarget(), 0, &_hotKeyRef) != noErr) {
-        _hotKeyRef = nullptr;
+    // Option-Command-L (cmdKey | optionKey = 2304). A failed registration leaves no shortcut.
+    EventHotKeyRef ref = nullptr;
+    if (RegisterEventHotKey(kKeyCodeL, cmdKey | optionKey, hotKeyID, GetApplicationEventTarget(), 0, &ref) == noErr) {
+        _hotKeyRef = ref;
     }
 }
 

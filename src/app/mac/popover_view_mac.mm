@@ -2,13 +2,18 @@
 // every text, symbol, state and action comes from the model.
 #import "app_delegate_mac.h"
 
-#import <CoreImage/CoreImage.h>
+#include <string>
 
 #include "app/popover_model.h"
+#include "phone/qr_code.h"
 
-using namespace duskwell;
+// Qualified names only: AppKit's umbrella headers declare many global names of their own.
+namespace dw = duskwell;
 
-static NSString* str(const std::string& s) { return [NSString stringWithUTF8String:s.c_str()]; }
+static NSString* str(const std::string& s) {
+    NSString* text = [NSString stringWithUTF8String:s.c_str()];
+    return text != nil ? text : @"";
+}
 
 static const CGFloat kWidth = 340;
 
@@ -46,26 +51,25 @@ static const CGFloat kWidth = 340;
 }
 
 - (NSImageView*)symbol:(const std::string&)name {
-    NSImageView* v = [NSImageView imageViewWithImage:[NSImage imageWithSystemSymbolName:str(name)
-                                                                 accessibilityDescription:nil] ?: [NSImage new]];
-    return v;
+    NSImage* image = [NSImage imageWithSystemSymbolName:str(name) accessibilityDescription:nil];
+    return [NSImageView imageViewWithImage:image != nil ? image : [[NSImage alloc] init]];
 }
 
-- (id)targetFor:(const Action&)action {
+- (id)targetFor:(const dw::Action&)action {
     DWActionTarget* t = [[DWActionTarget alloc] initWithAction:action delegate:_delegate];
     [_targets addObject:t];
     return t;
 }
 
-- (NSButton*)button:(const Button&)b {
+- (NSButton*)button:(const dw::Button&)b {
     NSButton* button = [NSButton buttonWithTitle:str(b.title) target:[self targetFor:b.action] action:@selector(fire:)];
     if (!b.symbol.empty()) {
         button.image = [NSImage imageWithSystemSymbolName:str(b.symbol) accessibilityDescription:nil];
         button.imagePosition = NSImageLeading;
     }
     button.enabled = b.enabled;
-    if (b.style == ButtonStyle::prominent) button.keyEquivalent = @"\r";
-    if (b.style == ButtonStyle::destructive) button.hasDestructiveAction = YES;
+    if (b.style == dw::ButtonStyle::prominent) button.keyEquivalent = @"\r";
+    if (b.style == dw::ButtonStyle::destructive) button.hasDestructiveAction = YES;
     return button;
 }
 
@@ -76,7 +80,7 @@ static const CGFloat kWidth = 340;
     return row;
 }
 
-- (NSView*)toggle:(const ToggleRow&)t {
+- (NSView*)toggle:(const dw::ToggleRow&)t {
     NSSwitch* sw = [[NSSwitch alloc] init];
     sw.state = t.on ? NSControlStateValueOn : NSControlStateValueOff;
     sw.enabled = t.enabled;
@@ -90,14 +94,14 @@ static const CGFloat kWidth = 340;
     return [self row:@[ [self symbol:t.symbol], texts, sw ]];
 }
 
-- (NSView*)chips:(const std::vector<Chip>&)chips {
+- (NSView*)chips:(const std::vector<dw::Chip>&)chips {
     NSMutableArray* views = [NSMutableArray array];
-    for (const Chip& c : chips) {
+    for (const dw::Chip& c : chips) {
         NSButton* b = [NSButton buttonWithTitle:str(c.title) target:[self targetFor:c.action] action:@selector(fire:)];
         if (!c.symbol.empty()) b.image = [NSImage imageWithSystemSymbolName:str(c.symbol) accessibilityDescription:nil];
         b.imagePosition = NSImageLeading;
         b.bezelStyle = NSBezelStyleRecessed;
-        b.buttonType = NSButtonTypePushOnPushOff;
+        [b setButtonType:NSButtonTypePushOnPushOff];  // NSButton declares only the setter
         b.state = c.selected ? NSControlStateValueOn : NSControlStateValueOff;
         b.enabled = c.enabled;
         [views addObject:b];
@@ -105,7 +109,7 @@ static const CGFloat kWidth = 340;
     return [self row:views];
 }
 
-- (NSView*)statPill:(const StatPillModel&)p {
+- (NSView*)statPill:(const dw::StatPillModel&)p {
     NSMutableArray* lines = [NSMutableArray arrayWithObjects:[self text:p.title size:10 bold:NO],
                                                              [self text:p.value size:12 bold:YES], nil];
     if (p.detail) [lines addObject:[self text:*p.detail size:10 bold:NO]];
@@ -116,7 +120,7 @@ static const CGFloat kWidth = 340;
     return [self row:@[ [self symbol:p.symbol], texts ]];
 }
 
-- (NSView*)infoRow:(const InfoRowModel&)r {
+- (NSView*)infoRow:(const dw::InfoRowModel&)r {
     NSMutableArray* views = [NSMutableArray array];
     if (!r.symbol.empty()) [views addObject:[self symbol:r.symbol]];
     NSMutableArray* lines = [NSMutableArray arrayWithObject:[self text:r.title size:13 bold:NO]];
@@ -131,19 +135,10 @@ static const CGFloat kWidth = 340;
 }
 
 - (NSImageView*)qr:(const std::string&)text size:(int)size {
-    CIFilter* filter = [CIFilter filterWithName:@"CIQRCodeGenerator"];
-    [filter setValue:[str(text) dataUsingEncoding:NSUTF8StringEncoding] forKey:@"inputMessage"];
-    [filter setValue:@"M" forKey:@"inputCorrectionLevel"];
-    CIImage* output = filter.outputImage;
     NSImageView* view = [[NSImageView alloc] init];
-    if (output) {
-        const CGFloat scaleX = 2.0 * size / output.extent.size.width;
-        const CGFloat scaleY = 2.0 * size / output.extent.size.height;
-        CIImage* scaled = [output imageByApplyingTransform:CGAffineTransformMakeScale(scaleX, scaleY)];
-        NSImage* image = [[NSImage alloc] initWithSize:NSMakeSize(size, size)];
-        [image addRepresentation:[NSCIImageRep imageRepWithCIImage:scaled]];
-        view.image = image;
-    }
+    // The platform layer draws the code (Core Image); we take ownership of its image.
+    NSImage* image = CFBridgingRelease(dw::qrImage(text, size));
+    if (image) view.image = image;
     [view.widthAnchor constraintEqualToConstant:size].active = YES;
     [view.heightAnchor constraintEqualToConstant:size].active = YES;
     return view;
@@ -151,11 +146,11 @@ static const CGFloat kWidth = 340;
 
 // --- pages ---
 
-- (void)addMain:(const MainPageModel&)p {
+- (void)addMain:(const dw::MainPageModel&)p {
     [_stack addArrangedSubview:[self row:@[ [self text:p.header.name size:15 bold:YES], [self button:p.header.gear] ]]];
     [_stack addArrangedSubview:[self text:p.header.tagline size:11 bold:NO]];
 
-    const HeroCardModel& h = p.hero;
+    const dw::HeroCardModel& h = p.hero;
     [_stack addArrangedSubview:[self text:h.headline size:17 bold:YES]];
     [_stack addArrangedSubview:[self text:h.detail size:12 bold:NO]];
     NSProgressIndicator* ring = [[NSProgressIndicator alloc] init];
@@ -171,14 +166,14 @@ static const CGFloat kWidth = 340;
     [_stack addArrangedSubview:[self row:centre]];
     [_stack addArrangedSubview:ring];
     NSMutableArray* controls = [NSMutableArray arrayWithObject:[self button:h.mainButton]];
-    for (const Button& b : h.extendRow) [controls addObject:[self button:b]];
+    for (const dw::Button& b : h.extendRow) [controls addObject:[self button:b]];
     [_stack addArrangedSubview:[self row:controls]];
 
     [_stack addArrangedSubview:[self chips:p.modePicker]];
 
     if (p.agents) {
-        const AgentsCardModel& a = *p.agents;
-        for (const AgentRowModel& r : a.rows) {
+        const dw::AgentsCardModel& a = *p.agents;
+        for (const dw::AgentRowModel& r : a.rows) {
             NSMutableArray* views = [NSMutableArray arrayWithObjects:[self symbol:r.symbol], [self text:r.title size:13 bold:YES], nil];
             if (r.count) [views addObject:[self text:*r.count size:11 bold:NO]];
             [views addObject:[self text:r.subtitle size:11 bold:NO]];
@@ -196,13 +191,16 @@ static const CGFloat kWidth = 340;
     }
     if (p.timer) [_stack addArrangedSubview:[self chips:p.timer->chips]];
     if (p.until) {
-        const UntilCardModel& u = *p.until;
+        const dw::UntilCardModel& u = *p.until;
         NSDatePicker* picker = [[NSDatePicker alloc] init];
         picker.datePickerElements = NSDatePickerElementFlagHourMinute;
-        NSDateComponents* parts = [[NSDateComponents alloc] init];
-        parts.hour = u.hour;
-        parts.minute = u.minute;
-        picker.dateValue = [[NSCalendar currentCalendar] dateFromComponents:parts];
+        // Only hour and minute are shown and read back; today carries them.
+        NSDate* shown = [[NSCalendar currentCalendar] dateBySettingHour:u.hour
+                                                                 minute:u.minute
+                                                                 second:0
+                                                                 ofDate:[NSDate date]
+                                                                options:0];
+        if (shown) picker.dateValue = shown;
         picker.target = self;
         picker.action = @selector(untilPicked:);
         [_stack addArrangedSubview:[self text:u.title size:13 bold:YES]];
@@ -212,7 +210,7 @@ static const CGFloat kWidth = 340;
 
     [_stack addArrangedSubview:[self row:@[ [self statPill:p.status.power], [self statPill:p.status.lid],
                                             [self statPill:p.status.heat] ]]];
-    for (const FooterItemModel& f : p.footer) {
+    for (const dw::FooterItemModel& f : p.footer) {
         if (f.button) {
             [_stack addArrangedSubview:[self button:*f.button]];
         } else {
@@ -224,15 +222,15 @@ static const CGFloat kWidth = 340;
 - (void)untilPicked:(NSDatePicker*)picker {
     NSDateComponents* parts = [[NSCalendar currentCalendar] components:NSCalendarUnitHour | NSCalendarUnitMinute
                                                               fromDate:picker.dateValue];
-    [_delegate performAction:Action::untilTime(static_cast<int>(parts.hour), static_cast<int>(parts.minute))];
+    [_delegate performAction:dw::Action::untilTime(static_cast<int>(parts.hour), static_cast<int>(parts.minute))];
 }
 
-- (void)addSettings:(const SettingsPageModel& )p {
+- (void)addSettings:(const dw::SettingsPageModel& )p {
     [_stack addArrangedSubview:[self row:@[ [self button:p.back], [self text:p.title size:15 bold:YES] ]]];
 
     [_stack addArrangedSubview:[self text:p.integration.title size:13 bold:YES]];
     [_stack addArrangedSubview:[self text:p.integration.note size:11 bold:NO]];
-    for (const IntegrationRowModel& r : p.integration.rows) [_stack addArrangedSubview:[self toggle:r.toggle]];
+    for (const dw::IntegrationRowModel& r : p.integration.rows) [_stack addArrangedSubview:[self toggle:r.toggle]];
 
     [_stack addArrangedSubview:[self toggle:p.phone.toggle]];
     int step = 1;
@@ -247,17 +245,17 @@ static const CGFloat kWidth = 340;
     for (const std::string& f : p.phone.features) [_stack addArrangedSubview:[self text:f size:11 bold:NO]];
 
     [_stack addArrangedSubview:[self text:p.behavior.title size:13 bold:YES]];
-    for (const ToggleRow& t : p.behavior.toggles) [_stack addArrangedSubview:[self toggle:t]];
-    NSPopUpButton* floor = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
-    for (const PickerOption& o : p.behavior.batteryOptions) {
-        [floor addItemWithTitle:str(o.title)];
-        NSMenuItem* item = floor.lastItem;
+    for (const dw::ToggleRow& t : p.behavior.toggles) [_stack addArrangedSubview:[self toggle:t]];
+    NSPopUpButton* batteryFloor = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+    for (const dw::PickerOption& o : p.behavior.batteryOptions) {
+        [batteryFloor addItemWithTitle:str(o.title)];
+        NSMenuItem* item = batteryFloor.lastItem;
         item.target = [self targetFor:o.action];
         item.action = @selector(fire:);
-        if (o.value == p.behavior.batterySelected) [floor selectItem:item];
+        if (o.value == p.behavior.batterySelected) [batteryFloor selectItem:item];
     }
     [_stack addArrangedSubview:[self row:@[ [self symbol:p.behavior.batterySymbol],
-                                            [self text:p.behavior.batteryTitle size:13 bold:NO], floor ]]];
+                                            [self text:p.behavior.batteryTitle size:13 bold:NO], batteryFloor ]]];
     [_stack addArrangedSubview:[self text:p.behavior.batterySubtitle size:11 bold:NO]];
 
     [_stack addArrangedSubview:[self text:p.shortcuts.title size:13 bold:YES]];
@@ -283,7 +281,9 @@ static const CGFloat kWidth = 340;
         [v removeFromSuperview];
     }
     [_targets removeAllObjects];
-    const PopoverModel model = makePopoverModel([_delegate controller]);
+    AppDelegate* delegate = _delegate;
+    if (!delegate) return;
+    const dw::PopoverModel model = dw::makePopoverModel([delegate controller]);
     if (model.main) [self addMain:*model.main];
     if (model.settings) [self addSettings:*model.settings];
     self.preferredContentSize = _stack.fittingSize;
