@@ -10,7 +10,7 @@
 #include "daemon_fixture.h"
 #include "ntfy_test_server.h"
 
-namespace duskwell::daemontest {
+namespace duskwell::itest {
 namespace {
 
 bool mapsLibcurl(int pid) {
@@ -35,7 +35,8 @@ std::optional<long> residentKB(int pid) {
 TEST(DaemonMemory, IdleDaemonStaysUnderTwelveMegabytesUntilTheUpdateCheckLoadsHttp) {
     testing::NtfyTestServer feed;
     DaemonHome home;
-    home.env().set("DUSKWELL_TEST_FEED", feed.url() + "/version.json");
+    EnvScope env;
+    env.set("DUSKWELL_TEST_FEED", feed.url() + "/version.json");
     auto daemon = home.startDaemon({"--log"});
     ASSERT_TRUE(daemon->running()) << testing::readFile(home.daemonLog()).value_or("");
 
@@ -55,4 +56,4 @@ TEST(DaemonMemory, IdleDaemonStaysUnderTwelveMegabytesUntilTheUpdateCheckLoadsHt
 }
 
 }  // namespace
-}  // namespace duskwell::daemontest
+}  // namespace duskwell::itest
