@@ -68,7 +68,11 @@ void sendAll(int fd, const std::string& data) {
     }
 }
 
-std::int64_t unixNow() { return static_cast<std::int64_t>(std::time(nullptr)); }
+// The same clock as the tests and the notifier use: std::time() reads a coarse clock that
+// can still show the previous second for a few milliseconds after system_clock moved on.
+std::int64_t unixNow() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 }  // namespace
 
