@@ -76,6 +76,7 @@ std::optional<AgentKind> AgentKind::match(std::string_view exe, std::string_view
     if (startsWith(name, "node") || startsWith(name, "bun")) {
         if (contains(largs, "gemini-cli")) return gemini;
         if (contains(largs, "/bin/gemini")) return gemini;
+        if (contains(largs, "/.bin/gemini")) return gemini;  // a local npm install
         if (contains(largs, "@anthropic-ai/claude-code")) return claude;
         if (contains(largs, "@openai/codex")) return codex;
     }

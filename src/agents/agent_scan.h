@@ -3,6 +3,7 @@
 // one snapshot. Both process sources (ps/nettop on macOS, /proc on Linux) feed it, and tests
 // feed it tables directly.
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -37,7 +38,21 @@ inline constexpr std::int64_t kNetBusyBytes = 2048;
 // GPU utilisation from which local model runners count as busy.
 inline constexpr int kGpuBusyPercent = 25;
 
-// Classifies `table` against the live `sessions` (those whose pid is in the table).
+// A tool an agent starts this long after asking the user was started by the user's answer.
+inline constexpr double kAnswerGraceSeconds = 1.0;
+
+// Whether a hook record's pid still stands for a live session: the process runs, and when
+// it is a shared daemon (Codex's app-server outlives its UI) an agent of its kind runs too.
+std::function<bool(std::int32_t)> sessionLiveness(const ProcessTable& table);
+
+// Classifies `table` against the live `sessions` (those `sessionLiveness` keeps).
+// A matching process belongs to the nearest ancestor of the same kind, looking through
+// shells, sandboxes and other processes that are no agent; every other match of an agent
+// is a root. A session stands for the root whose tree holds its pid (or, for a daemon's
+// session, for a root of its kind that has none). A session that waits for the user while
+// a tool started after its question runs is working: the user answered, and agents report
+// no event for that. So is a session with a descendant busy on the CPU (a command it left
+// running in the background).
 ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>& sessions,
                     const ScanMemory& previous, Date now);
 
