@@ -98,6 +98,17 @@ bool toolStartedAfter(const std::vector<const ProcessInfo*>& tree, Date asked) {
     return false;
 }
 
+// Any process of the tree but the first started for the current step (at or after the
+// step's event), our hook runs aside. One without a known start time counts.
+bool stepProcessRuns(const std::vector<const ProcessInfo*>& tree, Date step) {
+    const Date from = addSeconds(step, -kAnswerGraceSeconds);
+    for (size_t i = 1; i < tree.size(); ++i) {
+        const ProcessInfo& p = *tree[i];
+        if ((!p.started || *p.started >= from) && !isHookProcess(p)) return true;
+    }
+    return false;
+}
+
 // A command the agent left running after its turn (Codex's background terminals, a build
 // sent to the background) that is busy on the CPU.
 bool busyDescendant(const std::vector<const ProcessInfo*>& tree) {
@@ -205,7 +216,24 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
     result.snapshot.sessions.reserve(sessions.size());
     for (size_t i = 0; i < sessions.size(); ++i) {
         SessionInfo info = sessions[i].info();
-        if (info.state != AgentState::working) {
+        if (info.state == AgentState::working) {
+            const ProcessInfo* own = t.find(sessions[i].pid);
+            const auto tree = sessionRoot[i] ? sessionRoot[i]->tree
+                                             : (own ? t.tree(own) : std::vector<const ProcessInfo*>{});
+            double cpu = 0;
+            std::int64_t net = 0;
+            for (const ProcessInfo* p : tree) {
+                cpu += p->cpu;
+                net += p->netBytes.value_or(0);
+            }
+            const auto old = previous.sessionActivity.find(sessions[i].id);
+            const bool busy = cpu >= kTreeBusyCpu || stepProcessRuns(tree, sessions[i].at) ||
+                              (old != previous.sessionActivity.end() && net - old->second.net >= kNetBusyBytes);
+            const Date active = busy || old == previous.sessionActivity.end() ? now : old->second.active;
+            result.memory.sessionActivity[sessions[i].id] = {net, active};
+            if (secondsBetween(std::max(active, sessions[i].at), now) >= kStaleWorkingSeconds)
+                info.state = AgentState::idle;
+        } else {
             // The session's own process (a daemon runs the tools) and the root it stands for.
             std::vector<const ProcessInfo*> trees[2];
             if (const ProcessInfo* own = t.find(sessions[i].pid)) trees[0] = t.tree(own);

@@ -21,6 +21,14 @@ struct ScanMemory {
     std::map<std::int32_t, std::int64_t> lastNet;
     // When each kind (by raw value) entered `working` and has stayed there since.
     std::map<std::string, Date> busySince;
+    // Hook sessions that report working: their tree's byte total at the previous scan and
+    // when they last showed any sign of work, by session id.
+    struct Activity {
+        std::int64_t net = 0;
+        Date active;
+        bool operator==(const Activity&) const = default;
+    };
+    std::map<std::string, Activity> sessionActivity;
     bool operator==(const ScanMemory&) const = default;
 };
 
@@ -40,6 +48,10 @@ inline constexpr int kGpuBusyPercent = 25;
 
 // A tool an agent starts this long after asking the user was started by the user's answer.
 inline constexpr double kAnswerGraceSeconds = 1.0;
+// A session that reports working but has shown no sign of work (no event, no tool, no CPU,
+// no bytes) for this long is idle: Claude Code sends no event when the user interrupts a
+// turn with Esc, and the record would say "working" for ever.
+inline constexpr double kStaleWorkingSeconds = 600;
 
 // Whether a hook record's pid still stands for a live session: the process runs, and when
 // it is a shared daemon (Codex's app-server outlives its UI) an agent of its kind runs too.

@@ -213,6 +213,30 @@ TEST(ScanShapes, RealTreesCountEachSessionOnceWithTheRightState) {
     }
 }
 
+TEST(ScanShapes, AWorkingSessionWithNoSignOfWorkForTenMinutesIsIdle) {
+    // Claude Code sends nothing when the user interrupts a turn: the record says working.
+    const auto working = session(AgentKind::claude, 10, AgentState::working, "claude-x");
+    const auto stateAfter = [&](const std::vector<ProcessInfo>& later, std::int64_t laterNet) {
+        ScanMemory memory = classify(table({shell, proc(10, 1, 0, "/bin/claude", "", 500)}), {working}, {}, t0).memory;
+        auto ps = later;
+        ps[1].netBytes = laterNet;
+        for (double minutes : {5.0, 10.0}) {
+            const auto r = classify(table(ps), {working}, memory, addSeconds(t0, minutes * 60));
+            memory = r.memory;
+            if (minutes == 10.0) return r.snapshot.items.at(0).state;
+            EXPECT_EQ(r.snapshot.items.at(0).state, AgentState::working) << "five minutes are not enough";
+        }
+        return AgentState(AgentState::idle);
+    };
+    const auto claude = proc(10, 1, 0.2, "/bin/claude");
+    EXPECT_EQ(stateAfter({shell, claude}, 500), AgentState::idle);
+    EXPECT_EQ(stateAfter({shell, claude, named(11, 10, 0, "/bin/bash", "bash", "bash -c sleep 900", addSeconds(t0, 1))}, 500),
+              AgentState::working)
+        << "a quiet tool of this step still runs";
+    EXPECT_EQ(stateAfter({shell, claude}, 500 + 4096), AgentState::working) << "bytes still flow";
+    EXPECT_EQ(stateAfter({shell, proc(10, 1, 4.0, "/bin/claude")}, 500), AgentState::working) << "CPU";
+}
+
 TEST(ScanShapes, ADaemonsSessionLivesOnlyWhileAnAgentOfItsKindRuns) {
     const auto daemon = named(22, 1, 0, "/x/codex", "codex", "/x/codex app-server --managed-daemon");
     const auto ui = named(30, 1, 0, "/x/codex", "codex", "/x/codex");
