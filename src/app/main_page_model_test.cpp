@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 #include "app/popover_model.h"
 #include "app/view_model_testing.h"
 #include "testing/controller_fixture.h"
@@ -369,6 +372,34 @@ TEST_F(PopoverModel, BuildsOnlyThePageOnScreen) {
     EXPECT_FALSE(m.main.has_value());
     ASSERT_TRUE(m.settings.has_value());
     EXPECT_EQ(m.settings->title, "Settings");
+}
+
+// The Mac shell rebuilds the popover only when its model changed: a quiet second must leave
+// the model equal, and whatever the page shows must make it differ.
+TEST_F(MainPageModel, PopoverModelDiffersExactlyWhenThePageWouldChange) {
+    struct Step {
+        const char* what;
+        std::function<void()> run;
+        bool changes;
+    };
+    const std::vector<Step> steps = {
+        {"a quiet second while idle", [&] { env.dispatcher.tickSecond(); }, false},
+        {"opening the settings page", [&] { c.setScreen(Screen::settings); }, true},
+        {"a quiet second on the settings page", [&] { env.dispatcher.tickSecond(); }, false},
+        {"back to the main page", [&] { c.setScreen(Screen::main); }, true},
+        {"choosing the timer mode", [&] { c.setMode(KeepMode::timer); }, true},
+        {"starting a 30-minute period", [&] { c.start(KeepMode::timer, 30); }, true},
+        {"a second of the running period", [&] { env.dispatcher.tickSecond(); }, true},
+    };
+    auto before = makePopoverModel(c);
+    EXPECT_EQ(before, makePopoverModel(c));
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        step.run();
+        const auto after = makePopoverModel(c);
+        EXPECT_EQ(after != before, step.changes);
+        before = after;
+    }
 }
 
 }  // namespace

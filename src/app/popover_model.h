@@ -14,6 +14,7 @@ struct PopoverModel {
     Screen screen = Screen::main;
     std::optional<MainPageModel> main;
     std::optional<SettingsPageModel> settings;
+    bool operator==(const PopoverModel&) const = default;
 };
 
 PopoverModel makePopoverModel(const AwakeController& c);
