@@ -1,0 +1,38 @@
+# Checks of the macOS code that run on any machine (the test run on Linux included):
+#  - the app's Info.plist template holds the keys AppKit reads (CheckInfoPlist.cmake);
+#  - every .mm file passes clang's Objective-C++ syntax check against the stand-in
+#    framework headers (scripts/check-objcxx), and the check rejects the faults in
+#    tests/objcxx-check/ with the diagnostic each names on its first line.
+add_test(NAME mac_info_plist
+  COMMAND ${CMAKE_COMMAND} -DPLIST=${CMAKE_SOURCE_DIR}/src/app/mac/Info.plist.in
+    -DDEPLOYMENT_TARGET=${CMAKE_OSX_DEPLOYMENT_TARGET} -P ${CMAKE_SOURCE_DIR}/cmake/CheckInfoPlist.cmake)
+
+if(APPLE)
+  return()  # the Mac compiles the real thing
+endif()
+find_program(DUSKWELL_CLANGXX NAMES clang++ clang++-14)
+if(NOT DUSKWELL_CLANGXX)
+  # Visible as a failing test rather than a silently missing check.
+  add_test(NAME objcxx_syntax_needs_clang COMMAND ${CMAKE_COMMAND} -E false)
+  return()
+endif()
+
+set(check ${CMAKE_SOURCE_DIR}/scripts/check-objcxx --generated ${CMAKE_BINARY_DIR}/generated)
+file(GLOB_RECURSE mm_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.mm)
+foreach(f IN LISTS mm_files)
+  get_filename_component(name ${f} NAME_WE)
+  add_test(NAME objcxx_syntax.${name} COMMAND ${check} ${f})
+  set_tests_properties(objcxx_syntax.${name} PROPERTIES ENVIRONMENT "CLANGXX=${DUSKWELL_CLANGXX}")
+endforeach()
+
+file(GLOB bad_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/objcxx-check/*.mm)
+foreach(f IN LISTS bad_files)
+  get_filename_component(name ${f} NAME_WE)
+  file(STRINGS ${f} expect LIMIT_COUNT 1 REGEX "^// expect: ")
+  string(REGEX REPLACE "^// expect: " "" expect "${expect}")
+  # Passes only on the named diagnostic: a fault that compiles, or fails for another
+  # reason, fails the test.
+  add_test(NAME objcxx_syntax_rejects.${name} COMMAND ${check} ${f})
+  set_tests_properties(objcxx_syntax_rejects.${name} PROPERTIES
+    ENVIRONMENT "CLANGXX=${DUSKWELL_CLANGXX}" PASS_REGULAR_EXPRESSION "${expect}")
+endforeach()
