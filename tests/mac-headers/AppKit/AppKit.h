@@ -4,7 +4,7 @@
 #include <Foundation/Foundation.h>
 
 NS_ASSUME_NONNULL_BEGIN
-@class CIImage, NSEvent, NSMenu, NSWindow, NSLayoutDimension;
+@class CIImage, NSEvent, NSMenu, NSWindow, NSLayoutDimension, NSImageRep, NSImageSymbolConfiguration;
 
 typedef CGFloat NSFontWeight;
 typedef NSString* NSAttributedStringKey;
@@ -82,10 +82,10 @@ extern const NSNotificationName NSWorkspaceWillPowerOffNotification;
 + (nullable instancetype)imageWithSystemSymbolName:(NSString*)name
                           accessibilityDescription:(nullable NSString*)description;
 - (instancetype)initWithSize:(NSSize)size;
-- (nullable NSImage*)imageWithSymbolConfiguration:(id)configuration;
+- (nullable NSImage*)imageWithSymbolConfiguration:(NSImageSymbolConfiguration*)configuration;
 - (BOOL)isTemplate;
 - (void)setTemplate:(BOOL)isTemplate;
-- (void)addRepresentation:(id)imageRep;
+- (void)addRepresentation:(NSImageRep*)imageRep;
 @end
 @interface NSImageSymbolConfiguration : NSObject
 + (instancetype)configurationWithPointSize:(CGFloat)pointSize weight:(NSFontWeight)weight;
