@@ -45,8 +45,8 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 }
 
 // Leaves after the final stop without running static destructors: the monitor's queue may
-// still be scanning, and nothing may be torn down under it. Settings reach the defaults
-// database first, output its file.
+// still be scanning, and nothing may be torn down under it. Pending settings and buffered
+// output are written out first.
 [[noreturn]] void leaveProcess() {
     CFPreferencesAppSynchronize(kCFPreferencesCurrentApplication);
     std::fflush(nullptr);
@@ -173,8 +173,8 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
                   [weakSelf finalStop];  // marked done: the termination that follows does not stop again
                 }];
 
-    // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0 (leaveProcess). The default disposition is
-    // ignored so that the dispatch sources alone see them.
+    // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0 (leaveProcess). The default
+    // disposition is ignored so that the dispatch sources alone see them.
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
         std::signal(sig, SIG_IGN);
         dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(sig),
@@ -289,6 +289,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     (void)sender;
     NSEvent* event = [NSApp currentEvent];
     if (event.type == NSEventTypeRightMouseUp || (event.modifierFlags & NSEventModifierFlagControl)) {
+        if (_popover.shown) [_popover performClose:nil];  // a Control-click left it open
         [self showQuickMenu];
         return;
     }
@@ -350,14 +351,13 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 }
 
 // A transient popover closes on any mouse-down outside it, the status item's own included;
-// the mouse-up would then reach onClick and open it again. That mouse-down is left alone
+// the mouse-up would then reach onClick and open it again. That left mouse-down is refused
 // here, and onClick closes the popover on the mouse-up instead.
 - (BOOL)popoverShouldClose:(NSPopover*)popover {
     (void)popover;
     NSEvent* event = [NSApp currentEvent];
     const BOOL onStatusItem = event.window != nil && event.window == _statusItem.button.window;
-    const BOOL mouseDown = event.type == NSEventTypeLeftMouseDown || event.type == NSEventTypeRightMouseDown;
-    return !(onStatusItem && mouseDown);
+    return !(onStatusItem && event.type == NSEventTypeLeftMouseDown);
 }
 
 - (void)popoverDidClose:(NSNotification*)notification {
