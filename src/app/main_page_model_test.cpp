@@ -374,22 +374,26 @@ TEST_F(PopoverModel, BuildsOnlyThePageOnScreen) {
     EXPECT_EQ(m.settings->title, "Settings");
 }
 
-// The Mac shell rebuilds the popover only when its model changed: a quiet second must leave
-// the model equal, and whatever the page shows must make it differ.
+// The Mac shell rebuilds the popover only when its model changed, and updates the ring in
+// place when nothing else did: a quiet second must leave the model equal, whatever the page
+// shows must make it differ, and a running period's second must touch only the ring.
 TEST_F(MainPageModel, PopoverModelDiffersExactlyWhenThePageWouldChange) {
+    enum class Change { none, ringOnly, page };
     struct Step {
         const char* what;
         std::function<void()> run;
-        bool changes;
+        Change change;
     };
     const std::vector<Step> steps = {
-        {"a quiet second while idle", [&] { env.dispatcher.tickSecond(); }, false},
-        {"opening the settings page", [&] { c.setScreen(Screen::settings); }, true},
-        {"a quiet second on the settings page", [&] { env.dispatcher.tickSecond(); }, false},
-        {"back to the main page", [&] { c.setScreen(Screen::main); }, true},
-        {"choosing the timer mode", [&] { c.setMode(KeepMode::timer); }, true},
-        {"starting a 30-minute period", [&] { c.start(KeepMode::timer, 30); }, true},
-        {"a second of the running period", [&] { env.dispatcher.tickSecond(); }, true},
+        {"a quiet second while idle", [&] { env.dispatcher.tickSecond(); }, Change::none},
+        {"opening the settings page", [&] { c.setScreen(Screen::settings); }, Change::page},
+        {"a quiet second on the settings page", [&] { env.dispatcher.tickSecond(); }, Change::none},
+        {"back to the main page", [&] { c.setScreen(Screen::main); }, Change::page},
+        {"choosing the timer mode", [&] { c.setMode(KeepMode::timer); }, Change::page},
+        {"starting a 30-minute period", [&] { c.start(KeepMode::timer, 30); }, Change::page},
+        {"a second of the running period", [&] { env.dispatcher.tickSecond(); }, Change::ringOnly},
+        {"extending it", [&] { c.extend(30); }, Change::page},
+        {"stopping it", [&] { c.stop(); }, Change::page},
     };
     auto before = makePopoverModel(c);
     EXPECT_EQ(before, makePopoverModel(c));
@@ -397,7 +401,8 @@ TEST_F(MainPageModel, PopoverModelDiffersExactlyWhenThePageWouldChange) {
         SCOPED_TRACE(step.what);
         step.run();
         const auto after = makePopoverModel(c);
-        EXPECT_EQ(after != before, step.changes);
+        EXPECT_EQ(after != before, step.change != Change::none);
+        EXPECT_EQ(onlyRingTicked(before, after), step.change == Change::ringOnly);
         before = after;
     }
 }

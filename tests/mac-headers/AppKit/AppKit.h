@@ -111,6 +111,7 @@ extern const NSNotificationName NSWorkspaceWillPowerOffNotification;
 @property(nullable) SEL action;
 @property(getter=isEnabled) BOOL enabled;
 @property(nullable, strong) NSFont* font;
+@property(copy) NSString* stringValue;
 - (NSInteger)sendActionOn:(NSEventMask)mask;
 @end
 
