@@ -20,26 +20,21 @@ inline NSEdgeInsets NSEdgeInsetsMake(CGFloat top, CGFloat left, CGFloat bottom, 
 }
 
 typedef NS_ENUM(NSUInteger, NSEventType) {
-    NSEventTypeLeftMouseDown = 1, NSEventTypeLeftMouseUp = 2, NSEventTypeRightMouseDown = 3, NSEventTypeRightMouseUp = 4
+    NSEventTypeLeftMouseDown = 1, NSEventTypeRightMouseDown = 3, NSEventTypeRightMouseUp = 4
 };
-typedef NS_OPTIONS(unsigned long long, NSEventMask) {
-    NSEventMaskLeftMouseDown = 1ULL << NSEventTypeLeftMouseDown, NSEventMaskLeftMouseUp = 1ULL << NSEventTypeLeftMouseUp,
-    NSEventMaskRightMouseDown = 1ULL << NSEventTypeRightMouseDown, NSEventMaskRightMouseUp = 1ULL << NSEventTypeRightMouseUp
-};
+typedef NS_OPTIONS(unsigned long long, NSEventMask) { NSEventMaskLeftMouseUp = 1ULL << 2, NSEventMaskRightMouseUp = 1ULL << 4 };
 typedef NS_OPTIONS(NSUInteger, NSEventModifierFlags) { NSEventModifierFlagControl = 1 << 18 };
-typedef NS_ENUM(NSInteger, NSApplicationActivationPolicy) {
-    NSApplicationActivationPolicyRegular, NSApplicationActivationPolicyAccessory, NSApplicationActivationPolicyProhibited
-};
-typedef NS_ENUM(NSUInteger, NSCellImagePosition) { NSNoImage = 0, NSImageLeft = 2, NSImageLeading = 7 };
-typedef NS_ENUM(NSUInteger, NSBezelStyle) { NSBezelStyleRounded = 1, NSBezelStyleRecessed = 13 };
-typedef NS_ENUM(NSUInteger, NSButtonType) { NSButtonTypeMomentaryLight = 0, NSButtonTypePushOnPushOff = 1 };
+typedef NS_ENUM(NSInteger, NSApplicationActivationPolicy) { NSApplicationActivationPolicyAccessory = 1 };
+typedef NS_ENUM(NSUInteger, NSCellImagePosition) { NSImageLeading = 7 };
+typedef NS_ENUM(NSUInteger, NSBezelStyle) { NSBezelStyleRecessed = 13 };
+typedef NS_ENUM(NSUInteger, NSButtonType) { NSButtonTypePushOnPushOff = 1 };
 typedef NS_ENUM(NSInteger, NSUserInterfaceLayoutOrientation) {
     NSUserInterfaceLayoutOrientationHorizontal = 0, NSUserInterfaceLayoutOrientationVertical = 1
 };
 typedef NS_ENUM(NSInteger, NSLayoutAttribute) { NSLayoutAttributeLeading = 5 };
 typedef NS_ENUM(NSUInteger, NSProgressIndicatorStyle) { NSProgressIndicatorStyleBar = 0 };
 typedef NS_OPTIONS(NSUInteger, NSDatePickerElementFlags) { NSDatePickerElementFlagHourMinute = 0x000c };
-typedef NS_ENUM(NSInteger, NSPopoverBehavior) { NSPopoverBehaviorApplicationDefined, NSPopoverBehaviorTransient };
+typedef NS_ENUM(NSInteger, NSPopoverBehavior) { NSPopoverBehaviorTransient = 1 };
 
 extern "C" {
 extern const NSFontWeight NSFontWeightSemibold;
@@ -83,8 +78,7 @@ extern const NSNotificationName NSWorkspaceWillPowerOffNotification;
                           accessibilityDescription:(nullable NSString*)description;
 - (instancetype)initWithSize:(NSSize)size;
 - (nullable NSImage*)imageWithSymbolConfiguration:(NSImageSymbolConfiguration*)configuration;
-- (BOOL)isTemplate;
-- (void)setTemplate:(BOOL)isTemplate;
+- (void)setTemplate:(BOOL)isTemplate;  // the property is `template`, a C++ keyword
 - (void)addRepresentation:(NSImageRep*)imageRep;
 @end
 @interface NSImageSymbolConfiguration : NSObject

@@ -28,7 +28,7 @@ struct EventHotKeyID {
 enum { noErr = 0 };
 enum { kEventClassKeyboard = 0x6B657962 /* 'keyb' */ };
 enum { kEventHotKeyPressed = 5 };
-enum { cmdKey = 1 << 8, shiftKey = 1 << 9, optionKey = 1 << 11, controlKey = 1 << 12 };
+enum { cmdKey = 1 << 8, optionKey = 1 << 11 };
 
 extern "C" {
 EventTargetRef GetApplicationEventTarget(void);

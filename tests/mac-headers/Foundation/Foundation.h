@@ -14,7 +14,7 @@ typedef CGSize NSSize;
 typedef CGRect NSRect;
 extern "C" const NSRect NSZeroRect;
 inline NSSize NSMakeSize(CGFloat w, CGFloat h) { return NSSize{w, h}; }
-typedef NS_ENUM(NSUInteger, NSRectEdge) { NSRectEdgeMinX = 0, NSRectEdgeMinY = 1, NSRectEdgeMaxX = 2, NSRectEdgeMaxY = 3 };
+typedef NS_ENUM(NSUInteger, NSRectEdge) { NSRectEdgeMinY = 1 };
 
 typedef NSUInteger NSStringEncoding;
 enum { NSUTF8StringEncoding = 4 };
@@ -31,7 +31,6 @@ typedef NSString* NSNotificationName;
 typedef NSString* NSRunLoopMode;
 
 @interface NSNumber : NSObject
-+ (NSNumber*)numberWithInt:(int)value;
 + (NSNumber*)numberWithLongLong:(long long)value;
 + (NSNumber*)numberWithBool:(BOOL)value;
 @property(readonly) int intValue;
@@ -188,7 +187,7 @@ typedef NS_ENUM(NSUInteger, NSURLRequestCachePolicy) { NSURLRequestUseProtocolCa
 @end
 
 typedef NS_OPTIONS(NSUInteger, NSCalendarUnit) { NSCalendarUnitHour = 1UL << 5, NSCalendarUnitMinute = 1UL << 6 };
-typedef NS_OPTIONS(NSUInteger, NSCalendarOptions) { NSCalendarWrapComponents = 1UL << 0 };
+typedef NS_OPTIONS(NSUInteger, NSCalendarOptions){};
 @interface NSDateComponents : NSObject
 @property NSInteger hour;
 @property NSInteger minute;

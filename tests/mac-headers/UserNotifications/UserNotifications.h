@@ -4,7 +4,7 @@
 
 NS_ASSUME_NONNULL_BEGIN
 typedef NS_OPTIONS(NSUInteger, UNAuthorizationOptions) {
-    UNAuthorizationOptionBadge = 1 << 0, UNAuthorizationOptionSound = 1 << 1, UNAuthorizationOptionAlert = 1 << 2
+    UNAuthorizationOptionSound = 1 << 1, UNAuthorizationOptionAlert = 1 << 2
 };
 typedef NS_ENUM(NSInteger, UNAuthorizationStatus) {
     UNAuthorizationStatusNotDetermined = 0, UNAuthorizationStatusDenied, UNAuthorizationStatusAuthorized,

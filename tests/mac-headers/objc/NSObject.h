@@ -25,14 +25,12 @@ NS_ASSUME_NONNULL_BEGIN
 @class NSString;
 
 @protocol NSObject
-- (BOOL)isEqual:(nullable id)object;
 - (BOOL)isKindOfClass:(Class)aClass;
 @property(readonly, copy) NSString* description;
 @end
 
 @interface NSObject <NSObject>
 + (instancetype)alloc;
-+ (instancetype)new;
 + (Class)class;
 - (instancetype)init;
 - (id)copy;

@@ -4,7 +4,7 @@
 
 typedef uint32_t IOPMAssertionID;
 typedef uint32_t IOPMAssertionLevel;
-enum { kIOPMAssertionLevelOff = 0, kIOPMAssertionLevelOn = 255 };
+enum { kIOPMAssertionLevelOn = 255 };
 #define kIOPMAssertionTypePreventUserIdleSystemSleep CFSTR("PreventUserIdleSystemSleep")
 
 extern "C" {
