@@ -1,8 +1,9 @@
 # Checks of the macOS code that run on any machine (the test run on Linux included):
 #  - the app's Info.plist template holds the keys AppKit reads (CheckInfoPlist.cmake);
-#  - every .mm file passes clang's Objective-C++ syntax check against the stand-in
-#    framework headers (scripts/check-objcxx), and the check rejects the faults in
-#    tests/objcxx-check/ with the diagnostic each names on its first line.
+#  - every .mm file, and the macOS branches of every C++ file the Mac builds that has
+#    branches per system, pass clang's syntax check against the stand-in framework headers
+#    (scripts/check-objcxx); the check rejects the faults in tests/objcxx-check/ with the
+#    diagnostic each names on its first line.
 add_test(NAME mac_info_plist
   COMMAND ${CMAKE_COMMAND} -DPLIST=${CMAKE_SOURCE_DIR}/src/app/mac/Info.plist.in
     -DDEPLOYMENT_TARGET=${CMAKE_OSX_DEPLOYMENT_TARGET} -P ${CMAKE_SOURCE_DIR}/cmake/CheckInfoPlist.cmake)
@@ -25,7 +26,21 @@ foreach(f IN LISTS mm_files)
   set_tests_properties(objcxx_syntax.${name} PROPERTIES ENVIRONMENT "CLANGXX=${DUSKWELL_CLANGXX}")
 endforeach()
 
-file(GLOB bad_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/objcxx-check/*.mm)
+# C++ files with a branch per system, as the Mac builds them (not the Linux-only ones).
+file(GLOB_RECURSE cpp_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.cpp ${CMAKE_SOURCE_DIR}/resources/*.cpp)
+list(FILTER cpp_files EXCLUDE REGEX "(_test|_linux|_bench)\\.cpp$|/src/app/linux/")
+foreach(f IN LISTS cpp_files)
+  file(STRINGS ${f} branches REGEX "__APPLE__|__linux__")
+  if(branches)
+    file(RELATIVE_PATH name ${CMAKE_SOURCE_DIR} ${f})
+    string(REGEX REPLACE "\\.cpp$" "" name "${name}")
+    add_test(NAME apple_branch_syntax.${name} COMMAND ${check} ${f})
+    set_tests_properties(apple_branch_syntax.${name} PROPERTIES ENVIRONMENT "CLANGXX=${DUSKWELL_CLANGXX}")
+  endif()
+endforeach()
+
+file(GLOB bad_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/objcxx-check/*.mm
+  ${CMAKE_SOURCE_DIR}/tests/objcxx-check/*.cpp)
 foreach(f IN LISTS bad_files)
   get_filename_component(name ${f} NAME_WE)
   file(STRINGS ${f} expect LIMIT_COUNT 1 REGEX "^// expect: ")
