@@ -11,12 +11,23 @@ add_test(NAME mac_info_plist
 if(APPLE)
   return()  # the Mac compiles the real thing
 endif()
+# GoogleTest's sources let the Mac configuration include the tests (Debian's libgtest-dev).
+if(EXISTS /usr/src/googletest/CMakeLists.txt)
+  set(DUSKWELL_MAC_GTEST_SOURCE /usr/src/googletest)
+endif()
 find_program(DUSKWELL_CLANGXX NAMES clang++ clang++-14)
 if(NOT DUSKWELL_CLANGXX)
   # Visible as a failing test rather than a silently missing check.
   add_test(NAME objcxx_syntax_needs_clang COMMAND ${CMAKE_COMMAND} -E false)
   return()
 endif()
+
+find_program(DUSKWELL_CLANG NAMES clang clang-14)
+add_test(NAME mac_cmake_configure
+  COMMAND ${CMAKE_COMMAND} -DSOURCE=${CMAKE_SOURCE_DIR} -DWORK=${CMAKE_BINARY_DIR}/mac-configure
+    -DCLANG=${DUSKWELL_CLANG} -DCLANGXX=${DUSKWELL_CLANGXX} -DGENERATOR=${CMAKE_GENERATOR}
+    -DMAKE_PROGRAM=${CMAKE_MAKE_PROGRAM} -DVERSION=${PROJECT_VERSION} -DGTEST_SOURCE=${DUSKWELL_MAC_GTEST_SOURCE}
+    -P ${CMAKE_SOURCE_DIR}/cmake/CheckMacConfigure.cmake)
 
 set(check ${CMAKE_SOURCE_DIR}/scripts/check-objcxx --generated ${CMAKE_BINARY_DIR}/generated)
 file(GLOB_RECURSE mm_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*.mm)
