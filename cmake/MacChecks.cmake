@@ -1,5 +1,7 @@
 # Checks of the macOS code that run on any machine (the test run on Linux included):
 #  - the app's Info.plist template holds the keys AppKit reads (CheckInfoPlist.cmake);
+#  - the project configures as for a Mac and generates the bundle, its signing and its
+#    Objective-C++ flags as intended (CheckMacConfigure.cmake);
 #  - every .mm file, and the macOS branches of every C++ file the Mac builds that has
 #    branches per system, pass clang's syntax check against the stand-in framework headers
 #    (scripts/check-objcxx); the check rejects the faults in tests/objcxx-check/ with the
