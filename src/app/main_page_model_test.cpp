@@ -30,7 +30,6 @@ std::vector<std::string> texts(const std::vector<FooterItemModel>& footer) {
 
 // A running period needs the helper: every page here is of a controller that has it.
 using MainPageModel = testing::ControllerWithHelper;
-using PopoverModel = testing::ControllerTest;
 
 TEST_F(MainPageModel, IdleShowsTheIdleHeroTheSelectedModeAndOnlyItsCard) {
     inEachLanguage([&](bool ko) {
@@ -362,18 +361,6 @@ TEST_F(MainPageModel, BusyDisablesEveryControlThatStartsAPeriod) {
     EXPECT_TRUE(p.until->apply.enabled);
 }
 
-TEST_F(PopoverModel, BuildsOnlyThePageOnScreen) {
-    auto m = makePopoverModel(c);
-    EXPECT_EQ(m.screen, Screen::main);
-    EXPECT_TRUE(m.main.has_value());
-    EXPECT_FALSE(m.settings.has_value());
-    c.setScreen(Screen::settings);
-    m = makePopoverModel(c);
-    EXPECT_FALSE(m.main.has_value());
-    ASSERT_TRUE(m.settings.has_value());
-    EXPECT_EQ(m.settings->title, "Settings");
-}
-
 // The Mac shell rebuilds the popover only when its model changed, and updates the ring in
 // place when nothing else did: a quiet second must leave the model equal, whatever the page
 // shows must make it differ, and a running period's second must touch only the ring.
@@ -403,6 +390,9 @@ TEST_F(MainPageModel, PopoverModelDiffersExactlyWhenThePageWouldChange) {
         const auto after = makePopoverModel(c);
         EXPECT_EQ(after != before, step.change != Change::none);
         EXPECT_EQ(onlyRingTicked(before, after), step.change == Change::ringOnly);
+        // Only the page on screen is built.
+        EXPECT_EQ(after.main.has_value(), after.screen == Screen::main);
+        EXPECT_EQ(after.settings.has_value(), after.screen == Screen::settings);
         before = after;
     }
 }
