@@ -8,7 +8,7 @@ namespace {
 
 using testing::TestEnvironment;
 
-TEST(IsNewer, ComparesNumberByNumber) {
+TEST(IsNewer, ComparesNumberByNumberIgnoringEmptyAndNonNumericPieces) {
     EXPECT_TRUE(AwakeController::isNewer("1.10", "1.9"));
     EXPECT_FALSE(AwakeController::isNewer("1.9", "1.10"));
     EXPECT_FALSE(AwakeController::isNewer("1.2", "1.2.0"));
@@ -17,9 +17,7 @@ TEST(IsNewer, ComparesNumberByNumber) {
     EXPECT_FALSE(AwakeController::isNewer("", "0"));
     EXPECT_TRUE(AwakeController::isNewer("0.0.1", ""));
     EXPECT_TRUE(AwakeController::isNewer("2", "1.99.99"));
-}
-
-TEST(IsNewer, IgnoresEmptyAndNonNumericPieces) {
+    // Empty and non-numeric pieces are ignored.
     EXPECT_FALSE(AwakeController::isNewer("2.0-beta", "2")) << "2.0-beta compares as 2";
     EXPECT_TRUE(AwakeController::isNewer("2.0-beta", "1.9"));
     EXPECT_FALSE(AwakeController::isNewer("1..2", "1.2"));
@@ -104,18 +102,13 @@ TEST(Permissions, ProvisionalCountsAsAllowedDeniedAndUndecidedDoNot) {
     }
 }
 
-TEST(Permissions, WithoutABundleNothingIsAskedAndNothingKnown) {
+TEST(Permissions, RefreshReadsTheHelperAndTheLoginItemAndWithoutABundleAsksNothing) {
     TestEnvironment env;
     AwakeController c;
     c.refreshPermissions();
     env.dispatcher.runMain();
     EXPECT_EQ(env.platform.authorizationRequests, 0);
     EXPECT_EQ(c.notificationsAllowed(), std::nullopt);
-}
-
-TEST(Permissions, RefreshReadsTheHelperAndTheLoginItem) {
-    TestEnvironment env;
-    AwakeController c;
     EXPECT_FALSE(c.helperInstalled());
     env.installHelper();
     env.platform.loginItem = true;
