@@ -23,6 +23,10 @@ class PerformAction : public testing::ControllerWithHelper {
 protected:
     void SetUp() override { env.commands.clear(); }
     size_t lidOnRuns() const { return env.commands.linesContaining("lid-on").size(); }
+    void resource(const std::string& name) {
+        testing::writeFile(env.home.path() + "/" + name + "-resource", "#!/bin/sh\n");
+        env.platform.resources[name] = env.home.path() + "/" + name + "-resource";
+    }
 };
 
 Action menuAction(const AwakeController& c, const std::string& title) {
@@ -61,10 +65,12 @@ TEST_F(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
     perform(c, Action::make(K::toggle));
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.endDate(), addSeconds(t0, 1800));
+    env.power.lid = true;
     perform(c, Action::make(K::toggle));
     EXPECT_FALSE(c.isActive());
     EXPECT_FALSE(c.lastMessage().has_value()) << "a manual stop gives no reason";
     EXPECT_EQ(env.commands.linesContaining("lid-off").size(), 1u);
+    EXPECT_TRUE(env.commands.linesContaining(AppConfig::sleepNowProgram()).empty()) << "nor sleeps, lid closed or not";
 }
 
 TEST_F(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
@@ -152,9 +158,7 @@ TEST_F(PerformAction, PhoneSwitchTestAndCopy) {
 
 TEST_F(PerformAction, ConnectInstallsTheHookOfThatAgent) {
     std::filesystem::create_directories(env.home.path() + "/.claude");
-    const std::string hook = env.home.path() + "/duskwell-hook-resource";
-    testing::writeFile(hook, "#!/bin/sh\n");
-    env.platform.resources["duskwell-hook"] = hook;
+    resource("duskwell-hook");
     perform(c, Action::connectAgent(AgentKind::claude));
     EXPECT_TRUE(c.integrated().at(AgentKind::claude)) << c.lastMessage().value_or("");
     perform(c, Action::integration(AgentKind::claude, false));
@@ -162,9 +166,7 @@ TEST_F(PerformAction, ConnectInstallsTheHookOfThatAgent) {
 }
 
 TEST_F(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
-    const std::string script = env.home.path() + "/duskwell-power-resource";
-    testing::writeFile(script, "#!/bin/sh\n");
-    env.platform.resources["duskwell-power"] = script;
+    resource("duskwell-power");
     perform(c, Action::make(K::reinstallHelper));
     EXPECT_EQ(env.platform.adminScripts.size(), 1u);
 
@@ -176,9 +178,7 @@ TEST_F(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
 }
 
 TEST_F(PerformAction, InstallCLICopiesTheTerminalCommand) {
-    const std::string resource = env.home.path() + "/duskwell-cli-resource";
-    testing::writeFile(resource, "#!/bin/sh\n");
-    env.platform.resources["duskwell-cli"] = resource;
+    resource("duskwell-cli");
     ASSERT_FALSE(c.cliInstalled());
     perform(c, Action::make(K::installCLI));
     EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
