@@ -59,6 +59,10 @@ TEST_F(DashboardWithController, IdleMainPageBindsTheHeroButtonModesSettingsPhone
     // Idle: no extend row; auto mode: no preset chips.
     EXPECT_FALSE(commandForKey(b, Key::character('+')));
     EXPECT_FALSE(commandForKey(b, Key::character('1')));
+    // Privileged controls have no key while busy; quitting always works.
+    viewtest::Access::viewsSetBusy(c, true);
+    EXPECT_FALSE(commandForKey(bindings(), Key::character(' ')));
+    EXPECT_EQ(commandForKey(bindings(), Key::character('q'))->kind, Cmd::Kind::quit);
 }
 
 TEST_F(DashboardWithController, TimerModeBindsPresetsToDigitsAndNoLimitToZero) {
@@ -70,13 +74,6 @@ TEST_F(DashboardWithController, TimerModeBindsPresetsToDigitsAndNoLimitToZero) {
     EXPECT_EQ(actionFor(b, '2'), Action::preset(presets[1]));
     EXPECT_EQ(actionFor(b, '0'), Action::preset(0));
     EXPECT_EQ(keyLabelFor(b, Action::preset(presets[0])), "1");
-}
-
-TEST_F(DashboardWithController, PrivilegedControlsHaveNoKeyWhileBusy) {
-    viewtest::Access::viewsSetBusy(c, true);
-    const auto b = bindings();
-    EXPECT_FALSE(commandForKey(b, Key::character(' ')));
-    EXPECT_EQ(commandForKey(b, Key::character('q'))->kind, Cmd::Kind::quit);  // quitting always works
 }
 
 TEST_F(DashboardWithController, SettingsPageBindsBackSwitchesHelperAndBatteryGuard) {
