@@ -107,7 +107,8 @@ TEST(PerformanceMode, AFailedChangeIsLoggedButNotRecordedSoNotRestored) {
     EXPECT_FALSE(env.settings.integer(SettingsKey::restorePowerMode).has_value());
 }
 
-TEST(PerformanceToggle, TurningItOnDuringASessionAppliesAndRestartsTheWatchdogWithTheRestores) {
+// Each switch during a session restarts the watchdog, so that it never restores stale values.
+TEST(PerformanceToggle, DuringASessionOnAppliesOffRestoresAtOnceAndTheWatchdogFollows) {
     TestEnvironment env;
     env.installHelper();
     env.power.batterySettings = {{"lowpowermode", 1}, {"powermode", 0}};
@@ -118,37 +119,24 @@ TEST(PerformanceToggle, TurningItOnDuringASessionAppliesAndRestartsTheWatchdogWi
     ASSERT_EQ(env.commands.spawned().size(), 1u);
     EXPECT_EQ(env.commands.spawned()[0].call.path, "/bin/sh");
     EXPECT_THAT(env.commands.spawned()[0].call.args, ElementsAre("-c", watchdogFor(env, {})));
-    env.commands.clear();
 
     c.setPerformance(true);
     EXPECT_TRUE(c.maxPerformance());
     EXPECT_EQ(env.settings.boolean(SettingsKey::maxPerformance), true);
     EXPECT_THAT(helperVerbs(env), ElementsAre("lowpower 0", "powermode 2"));
-    ASSERT_EQ(env.commands.spawned().size(), 1u);
-    EXPECT_THAT(env.commands.spawned()[0].call.args,
+    ASSERT_EQ(env.commands.spawned().size(), 2u);
+    EXPECT_TRUE(*env.commands.spawned()[0].terminated);
+    EXPECT_THAT(env.commands.spawned()[1].call.args,
                 ElementsAre("-c", watchdogFor(env, {"lowpower 1", "powermode 0"})));
-    EXPECT_TRUE(c.watchdogRunning());
-}
-
-TEST(PerformanceToggle, TurningItOffDuringASessionRestoresAtOnceAndTheNewWatchdogHasNoRestores) {
-    TestEnvironment env;
-    env.installHelper();
-    env.power.batterySettings = {{"lowpowermode", 0}, {"powermode", 0}};
-    AwakeController c;
-    Access::setActive(c, true);
-    Access::applyPerformance(c);
-    Access::startWatchdog(c);
-    ASSERT_EQ(env.commands.spawned().size(), 1u);
-    EXPECT_THAT(env.commands.spawned()[0].call.args, ElementsAre("-c", watchdogFor(env, {"powermode 0"})));
-    const auto firstTerminated = env.commands.spawned()[0].terminated;
 
     c.setPerformance(false);
-    EXPECT_TRUE(*firstTerminated) << "the old watchdog carries stale restore lines";
-    EXPECT_THAT(helperVerbs(env), ElementsAre("powermode 2", "powermode 0"));
-    ASSERT_EQ(env.commands.spawned().size(), 2u);
-    EXPECT_THAT(env.commands.spawned()[1].call.args, ElementsAre("-c", watchdogFor(env, {})));
-    EXPECT_FALSE(*env.commands.spawned()[1].terminated);
+    EXPECT_TRUE(*env.commands.spawned()[1].terminated) << "the old watchdog carries stale restore lines";
+    EXPECT_THAT(helperVerbs(env), ElementsAre("lowpower 0", "powermode 2", "lowpower 1", "powermode 0"));
+    ASSERT_EQ(env.commands.spawned().size(), 3u);
+    EXPECT_THAT(env.commands.spawned()[2].call.args, ElementsAre("-c", watchdogFor(env, {})));
+    EXPECT_FALSE(*env.commands.spawned()[2].terminated);
     EXPECT_FALSE(c.perfApplied());
+    EXPECT_TRUE(c.watchdogRunning());
 }
 
 TEST(PerformanceToggle, WhileIdleOnlyTheSettingChanges) {
