@@ -42,8 +42,12 @@ void expectReply(const nlohmann::json& j, const std::string& message, const std:
     EXPECT_FALSE(j.contains("actions"));
 }
 
-TEST(PhoneCommands, ExtendWhileATimerRunsAddsExactlyOneHour) {
+TEST(PhoneCommands, ExtendWhileIdleOnlyRepliesWhileATimerRunsAddsExactlyOneHour) {
     Phone p;
+    Access::phoneCommand(*p.c, Command::extend60);
+    EXPECT_FALSE(p.c->isActive());
+    expectReply(p.reply(), "Not running right now.", "information_source");
+
     p.env.installHelper();
     p.c->start(KeepMode::timer, 30);
     const Date end = *p.c->endDate();
@@ -66,14 +70,6 @@ TEST(PhoneCommands, ExtendRestartsTheQuietCountdownOfAnAutoPeriod) {
     EXPECT_EQ(p.c->idleRemaining(), 600.0);
     EXPECT_EQ(p.c->endDate(), std::nullopt) << "a period without end keeps none";
     p.c->stop();
-}
-
-TEST(PhoneCommands, ExtendWhileIdleOnlyReplies) {
-    Phone p;
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_FALSE(p.c->isActive());
-    EXPECT_EQ(p.c->endDate(), std::nullopt);
-    expectReply(p.reply(), "Not running right now.", "information_source");
 }
 
 TEST(PhoneCommands, StartWithoutTheHelperRepliesWithTheWarning) {
@@ -129,7 +125,7 @@ TEST(PhoneCommands, SleepWhileRunningStopsWithAReasonThenSleeps) {
     EXPECT_EQ(sleeps(p.env), 1u);
 }
 
-TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunning) {
+TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunningAndRepliesInKorean) {
     Phone p;
     Access::phoneCommand(*p.c, Command::status);
     auto j = p.reply();
@@ -146,15 +142,13 @@ TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunning) {
     ASSERT_TRUE(j.contains("actions"));
     EXPECT_EQ(j["actions"].size(), 2u);
     p.c->stop();
-}
 
-TEST(PhoneCommands, RepliesInKorean) {
-    Phone p;
     Locale::overrideForTesting(true);
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_EQ(p.reply().value("message", ""), "지금은 실행 중이 아니에요.");
     Access::phoneCommand(*p.c, Command::status);
     EXPECT_EQ(p.reply().value("title", ""), "Duskwell 상태");
+    Access::phoneCommand(*p.c, Command::extend60);
+    EXPECT_EQ(p.reply().value("message", ""), "지금은 실행 중이 아니에요.");
+    Locale::overrideForTesting(std::nullopt);
 }
 
 TEST(PhoneSwitch, OffMeansNothingIsSentOrPolled) {
