@@ -85,15 +85,6 @@ TEST_F(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
     EXPECT_FALSE(c.lastMessage().has_value());
 }
 
-TEST_F(PerformAction, WaitTenMoreMinutesRestartsTheQuietCountdownOfAnUncappedAutoPeriod) {
-    c.setAutoCapHours(0);
-    c.start(KeepMode::auto_, std::nullopt);
-    Access::viewsSetNow(c, addSeconds(c.now(), 400));
-    ASSERT_EQ(c.idleRemaining(), 200);
-    perform(c, Action::extendBy(10));
-    EXPECT_EQ(c.idleRemaining(), 600);
-}
-
 TEST_F(PerformAction, ModePickerTimerStartAndUntilApply) {
     perform(c, Action::selectMode(KeepMode::until));
     EXPECT_EQ(c.mode(), KeepMode::until);

@@ -58,20 +58,6 @@ TEST(PhoneCommands, ExtendWhileIdleOnlyRepliesWhileATimerRunsAddsExactlyOneHour)
     p.c->stop();
 }
 
-TEST(PhoneCommands, ExtendRestartsTheQuietCountdownOfAnAutoPeriod) {
-    Phone p;
-    p.env.installHelper();
-    p.c->setAutoCapHours(0);
-    p.c->start(KeepMode::auto_, std::nullopt);
-    for (int i = 0; i < 545; ++i) p.env.dispatcher.tickSecond();
-    ASSERT_TRUE(Access::idleWarned(*p.c));
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_FALSE(Access::idleWarned(*p.c));
-    EXPECT_EQ(p.c->idleRemaining(), 600.0);
-    EXPECT_EQ(p.c->endDate(), std::nullopt) << "a period without end keeps none";
-    p.c->stop();
-}
-
 TEST(PhoneCommands, StartWithoutTheHelperRepliesWithTheWarning) {
     Phone p;
     Access::phoneCommand(*p.c, Command::start);
