@@ -78,11 +78,8 @@ TEST_F(SettingsPageModel, IntegrationRowsForHookAgentsWithTheirThreeStates) {
         EXPECT_FALSE(s.rows[1].toggle.on);
         EXPECT_FALSE(s.rows[1].toggle.enabled);
     });
-}
-
-TEST_F(SettingsPageModel, AnInstalledButUnconnectedAgentIsEstimatedFromActivity) {
+    // Installed but not connected: estimated from activity, and the switch connects it.
     std::filesystem::create_directories(env.home.path() + "/.codex");
-    Access::viewsSetIntegrated(c, AgentKind::codex, false);
     const auto row = makeSettingsPage(c).integration.rows.at(1);
     EXPECT_EQ(row.state, "Not connected · estimated from activity");
     EXPECT_TRUE(row.toggle.enabled);
