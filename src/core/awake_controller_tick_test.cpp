@@ -109,8 +109,9 @@ TEST(TickBattery, FloorZeroOrMainsPowerDisablesBothRules) {
 
 // ---- heat ----
 
-TEST(TickHeat, SeriousWarnsThePhoneOnce) {
+TEST(TickHeat, SeriousWarnsThePhoneOnceCriticalStopsOnlyWhenAsked) {
     Running r(KeepMode::timer);
+    r.c->setStopOnHeat(false);
     r.env.power.thermal = 2;
     r.env.power.thermalObserver(2);
     ticks(r.env, 20);
@@ -121,17 +122,11 @@ TEST(TickHeat, SeriousWarnsThePhoneOnce) {
     EXPECT_EQ(hot[0]["priority"], 4);
     EXPECT_EQ(hot[0]["actions"].size(), 2u);
     EXPECT_TRUE(r.env.platform.notifications.empty()) << "no local notification for heat";
-    EXPECT_TRUE(r.c->isActive());
-}
 
-TEST(TickHeat, CriticalStopsOnlyWhenAsked) {
-    Running r(KeepMode::timer);
-    r.c->setStopOnHeat(false);
     r.env.power.thermal = 3;
     r.env.power.thermalObserver(3);
     ticks(r.env, 10);
     EXPECT_TRUE(r.c->isActive());
-
     r.c->setStopOnHeat(true);
     ticks(r.env, 1);
     EXPECT_FALSE(r.c->isActive());
@@ -275,14 +270,18 @@ TEST(TickLid, NeitherLockNorDarkenWithAnExternalDisplayAndLockingOffWhileIdleOrW
 
 // ---- cadences ----
 
-TEST(TickCadence, UpdateCheckAtTenThenEverySixHours) {
+TEST(TickCadence, StatusFileEveryFiveTicksUpdateCheckAtTenThenEverySixHours) {
     TestEnvironment env;
     AwakeController c;
     auto feedRequests = [&] {
         return std::count_if(env.http.requests.begin(), env.http.requests.end(),
                              [](const auto& p) { return p.request.url == AppConfig::versionFeedURL(); });
     };
-    ticks(env, 9);
+    ticks(env, 4);
+    EXPECT_FALSE(testing::readFile(AppConfig::statusFile()).has_value());
+    ticks(env, 1);
+    EXPECT_TRUE(testing::readFile(AppConfig::statusFile()).has_value());
+    ticks(env, 4);
     EXPECT_EQ(feedRequests(), 0);
     ticks(env, 1);
     EXPECT_EQ(feedRequests(), 1);
@@ -311,16 +310,6 @@ TEST(TickCadence, PhonePollEveryTwentyWhenIdleAndTenWhileRunning) {
     for (int i = 0; i < 40; ++i) { env.dispatcher.tickSecond(); answerPolls(); }
     EXPECT_EQ(polls(), 6);
     c.stop();
-}
-
-TEST(TickCadence, StatusFileEveryFiveTicks) {
-    TestEnvironment env;
-    AwakeController c;
-    const std::string file = AppConfig::statusFile();
-    ticks(env, 4);
-    EXPECT_FALSE(testing::readFile(file).has_value());
-    ticks(env, 1);
-    EXPECT_TRUE(testing::readFile(file).has_value());
 }
 
 // ---- scan completion ----
