@@ -143,17 +143,13 @@ TEST_F(LinuxPlatformTest, OpenURLUsesXdgOpen) {
 
 // --- administrator rights ---
 
-TEST_F(LinuxPlatformTest, PkexecRunsTheScriptThroughTheShell) {
+TEST_F(LinuxPlatformTest, PkexecRunsTheScriptThroughTheShellADismissalIsACancelAFailureKeepsItsOutput) {
     const auto pkexec = program("pkexec");
-    const auto r = platform().runAsAdmin("install -m 755 a b", "Duskwell wants to install its helper.");
-    EXPECT_EQ(r.outcome, AdminOutcome::succeeded);
+    EXPECT_EQ(platform().runAsAdmin("install -m 755 a b", "Duskwell wants to install its helper.").outcome,
+              AdminOutcome::succeeded);
     ASSERT_EQ(env.commands.calls().size(), 1u);
     EXPECT_EQ(env.commands.calls()[0].path, pkexec);
     EXPECT_EQ(env.commands.calls()[0].args, (std::vector<std::string>{"/bin/sh", "-c", "install -m 755 a b"}));
-}
-
-TEST_F(LinuxPlatformTest, DismissedPkexecDialogIsACancelAFailingScriptAFailureWithItsOutput) {
-    const auto pkexec = program("pkexec");
     struct Case {
         int status;
         const char* output;
