@@ -286,20 +286,6 @@ TEST(SessionEnd, UntilNineChosenAtTenEndsTomorrowTheEndIsAlwaysAfterNow) {
 
 // ---- extend ----
 
-TEST(SessionExtend, MovesTheEndOfATimer) {
-    TestEnvironment env;
-    env.installHelper();
-    env.clock.set(localTime(11, 0));
-    AwakeController c;
-    c.start(KeepMode::timer, 60);
-    ASSERT_EQ(c.endDate(), localTime(12, 0));
-    c.extend(60);
-    EXPECT_EQ(c.endDate(), localTime(13, 0));
-    c.stop();
-    c.extend(60);
-    EXPECT_EQ(c.endDate(), std::nullopt) << "nothing to extend while idle";
-}
-
 TEST(SessionExtend, AnUncappedAutoPeriodRestartsItsQuietCountdown) {
     TestEnvironment env;
     env.installHelper();
@@ -322,10 +308,19 @@ TEST(SessionExtend, AnUncappedAutoPeriodRestartsItsQuietCountdown) {
     c.stop();
 }
 
-TEST(SessionExtend, ACappedAutoPeriodMovesItsCapAndLeavesTheCountdownAlone) {
+TEST(SessionExtend, MovesTheEndOfATimerOrTheCapOfAnAutoPeriodLeavingItsCountdownAlone) {
     TestEnvironment env;
     env.installHelper();
+    env.clock.set(localTime(11, 0));
     AwakeController c;
+    c.start(KeepMode::timer, 60);
+    ASSERT_EQ(c.endDate(), localTime(12, 0));
+    c.extend(60);
+    EXPECT_EQ(c.endDate(), localTime(13, 0));
+    c.stop();
+    c.extend(60);
+    EXPECT_EQ(c.endDate(), std::nullopt) << "nothing to extend while idle";
+
     c.setAutoCapHours(2);
     c.start(KeepMode::auto_, std::nullopt);
     const Date cap = *c.endDate();
