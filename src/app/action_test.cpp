@@ -37,25 +37,22 @@ Action menuAction(const AwakeController& c, const std::string& title) {
     return Action::make(K::openPopover);
 }
 
-TEST_F(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsWithThem) {
+TEST_F(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsUntilAITasksFinishStartsAuto) {
     const Date t0 = c.now();
     perform(c, menuAction(c, "2h"));
     EXPECT_EQ(c.mode(), KeepMode::timer);
     EXPECT_EQ(c.selectedMinutes(), 120);
     EXPECT_EQ(env.settings.integer(SettingsKey::selectedMinutes), 120);
-    EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::timer);
     EXPECT_EQ(c.endDate(), addSeconds(t0, 7200));
     EXPECT_EQ(lidOnRuns(), 1u);
-}
+    c.stop();
 
-TEST_F(PerformAction, UntilAITasksFinishSelectsAndStartsAuto) {
-    c.setMode(KeepMode::timer);
     perform(c, menuAction(c, "Until AI tasks finish"));
     EXPECT_EQ(c.mode(), KeepMode::auto_);
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::auto_);
-    EXPECT_EQ(lidOnRuns(), 1u);
+    EXPECT_EQ(lidOnRuns(), 2u);
 }
 
 TEST_F(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
@@ -147,32 +144,25 @@ TEST_F(PerformAction, PhoneSwitchTestAndCopy) {
     EXPECT_FALSE(c.phone().enabled());
 }
 
-TEST_F(PerformAction, ConnectInstallsTheHookOfThatAgent) {
+TEST_F(PerformAction, InstallButtonsConnectTheHookCopyTheCommandAndAskForTheAdministrator) {
     std::filesystem::create_directories(env.home.path() + "/.claude");
-    resource("duskwell-hook");
+    for (const char* name : {"duskwell-hook", "duskwell-cli", "duskwell-power"}) resource(name);
     perform(c, Action::connectAgent(AgentKind::claude));
     EXPECT_TRUE(c.integrated().at(AgentKind::claude)) << c.lastMessage().value_or("");
     perform(c, Action::integration(AgentKind::claude, false));
     EXPECT_FALSE(c.integrated().at(AgentKind::claude));
-}
 
-TEST_F(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
-    resource("duskwell-power");
+    ASSERT_FALSE(c.cliInstalled());
+    perform(c, Action::make(K::installCLI));
+    EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
+
     perform(c, Action::make(K::reinstallHelper));
     EXPECT_EQ(env.platform.adminScripts.size(), 1u);
-
     c.start(KeepMode::timer, 60);
     ASSERT_TRUE(c.isActive());
     perform(c, Action::make(K::uninstallHelper));
     EXPECT_FALSE(c.isActive()) << "the period ends while the helper can still restore";
     EXPECT_EQ(env.platform.adminScripts.size(), 2u);
-}
-
-TEST_F(PerformAction, InstallCLICopiesTheTerminalCommand) {
-    resource("duskwell-cli");
-    ASSERT_FALSE(c.cliInstalled());
-    perform(c, Action::make(K::installCLI));
-    EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
 }
 
 TEST_F(PerformAction, DisplayNotificationsUpdateAndWebsite) {
