@@ -58,24 +58,19 @@ TEST(PhoneCommands, ExtendWhileIdleOnlyRepliesWhileATimerRunsAddsExactlyOneHour)
     p.c->stop();
 }
 
-TEST(PhoneCommands, StartWithoutTheHelperRepliesWithTheWarning) {
+TEST(PhoneCommands, StartWarnsWithoutTheHelperOtherwiseStartsAnAutoPeriodOnce) {
     Phone p;
+    p.c->setMode(KeepMode::timer);
     Access::phoneCommand(*p.c, Command::start);
     EXPECT_FALSE(p.c->isActive());
     EXPECT_TRUE(p.env.platform.adminScripts.empty()) << "no password prompt from the phone";
     expectReply(p.reply(), "Install the power permission on your Mac first.", "warning");
-}
 
-TEST(PhoneCommands, StartWithTheHelperStartsAnAutoPeriod) {
-    Phone p;
     p.env.installHelper();
-    p.c->setMode(KeepMode::timer);
     Access::phoneCommand(*p.c, Command::start);
-    EXPECT_TRUE(p.c->isActive());
     EXPECT_EQ(p.c->activeMode(), KeepMode::auto_);
     EXPECT_EQ(p.c->mode(), KeepMode::auto_);
     EXPECT_EQ(p.reply().value("title", ""), "Duskwell started") << "start's own notice, no extra reply";
-
     Access::phoneCommand(*p.c, Command::start);
     expectReply(p.reply(), "Already running. " + p.c->statusLine(), "information_source");
     p.c->stop();
