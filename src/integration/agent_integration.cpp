@@ -5,6 +5,7 @@
 #include <iterator>
 #include <random>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "core/localization.h"
 #include "core/platform.h"
 #include "core/services.h"
+#include "core/strict_json.h"
 
 namespace duskwell::AgentIntegration {
 namespace {
@@ -52,33 +54,57 @@ json ownGroup(AgentKind kind) {
                                             {"timeout", kHookTimeoutSeconds}}})}};
 }
 
-// A group is ours when one of its entries runs our hook, whatever version of the
-// command wrote it.
-bool isOwnGroup(const json& group) {
-    if (!group.is_object()) return false;
-    const auto entries = group.find("hooks");
-    if (entries == group.end() || !entries->is_array()) return false;
-    for (const auto& entry : *entries) {
-        if (!entry.is_object()) continue;
-        const auto command = entry.find("command");
-        if (command != entry.end() && command->is_string() &&
-            command->get_ref<const std::string&>().find(marker) != std::string::npos)
+// Ours: a command that runs the program at the marker path, whatever home or version wrote
+// it. A user's own script under "~/.duskwell/hooks/" is not ours.
+bool isOwnCommand(std::string_view command) {
+    const std::string_view tail(marker);
+    for (auto at = command.find(tail); at != std::string_view::npos; at = command.find(tail, at + 1)) {
+        const auto end = at + tail.size();
+        if (end == command.size() || command[end] == ' ' || command[end] == '\t' ||
+            command[end] == '"' || command[end] == '\'')
             return true;
     }
     return false;
 }
 
-// Drops our groups from one event's list; answers how many went.
-std::size_t removeOwnGroups(json& groups) {
+bool isOwnEntry(const json& entry) {
+    if (!entry.is_object()) return false;
+    const auto command = entry.find("command");
+    return command != entry.end() && command->is_string() && isOwnCommand(command->get_ref<const std::string&>());
+}
+
+// Drops our entries from one event's groups, and a group that held nothing else; the
+// user's entries beside ours stay where they are. Answers how many entries went.
+std::size_t removeOwnEntries(json& groups) {
     if (!groups.is_array()) return 0;
     json kept = json::array();
     std::size_t removed = 0;
     for (auto& group : groups) {
-        if (isOwnGroup(group)) ++removed;
-        else kept.push_back(std::move(group));
+        const auto entries = group.is_object() ? group.find("hooks") : group.end();
+        if (group.is_object() && entries != group.end() && entries->is_array()) {
+            json rest = json::array();
+            for (auto& entry : *entries)
+                if (!isOwnEntry(entry)) rest.push_back(std::move(entry));
+            const std::size_t n = entries->size() - rest.size();
+            removed += n;
+            if (n > 0 && rest.empty()) continue;
+            *entries = std::move(rest);
+        }
+        kept.push_back(std::move(group));
     }
     groups = std::move(kept);
     return removed;
+}
+
+// A part of the file we would have to change but cannot read the way the agents do: we
+// leave the file alone rather than overwrite what the user wrote.
+std::string notUnderstood(const std::string& path, const std::string& what) {
+    return T("설정 파일을 바꾸지 않았습니다: " + path + " (" + what + "의 형식을 알 수 없습니다)",
+             "Left settings file unchanged: " + path + " (" + what + " is not in a form Duskwell understands)");
+}
+
+bool mentionsMarker(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace).find(marker) != std::string::npos;
 }
 
 // Dotfile managers link settings files into a repository; write through the link so
@@ -197,9 +223,17 @@ std::optional<std::string> load(const std::string& path, json& settings) {
         settings = json::object();
         return std::nullopt;
     }
-    json parsed = json::parse(text, nullptr, /*allow_exceptions=*/false);
-    if (parsed.is_discarded() || !parsed.is_object()) return parseError(path);
-    settings = std::move(parsed);
+    // The file goes back to the agent: a number we would round, or nesting we could not
+    // copy, means we do not touch it at all.
+    StrictJson parsed = parseStrictJson(text, JsonNumbers::exact);
+    switch (parsed.problem) {
+    case JsonProblem::none: break;
+    case JsonProblem::syntax: return parseError(path);
+    case JsonProblem::tooDeep: return notUnderstood(path, T("깊이 중첩된 값", "deeply nested data"));
+    case JsonProblem::inexactNumber: return notUnderstood(path, T("정밀한 숫자", "a long or large number"));
+    }
+    if (!parsed.value.is_object()) return parseError(path);
+    settings = std::move(parsed.value);
     return std::nullopt;
 }
 
@@ -236,12 +270,19 @@ std::optional<std::string> install(AgentKind kind) {
     json settings;
     if (auto error = load(*file, settings)) return error;
     json hooks = json::object();
-    if (const auto it = settings.find("hooks"); it != settings.end() && it->is_object()) hooks = *it;
+    if (const auto it = settings.find("hooks"); it != settings.end()) {
+        if (!it->is_object()) return notUnderstood(*file, "\"hooks\"");
+        hooks = *it;
+    }
+    for (const auto& event : events(kind)) {
+        const auto it = hooks.find(event);
+        if (it != hooks.end() && !it->is_array()) return notUnderstood(*file, "\"hooks\"." + event);
+    }
 
     for (const auto& event : events(kind)) {
         json groups = json::array();
-        if (const auto it = hooks.find(event); it != hooks.end() && it->is_array()) groups = *it;
-        removeOwnGroups(groups);  // reinstalling replaces, never duplicates
+        if (const auto it = hooks.find(event); it != hooks.end()) groups = *it;
+        removeOwnEntries(groups);  // reinstalling replaces, never duplicates
         groups.push_back(ownGroup(kind));
         hooks[event] = std::move(groups);
     }
@@ -258,7 +299,12 @@ std::optional<std::string> uninstall(AgentKind kind) {
     json settings;
     if (auto error = load(*file, settings)) return error;
     const auto it = settings.find("hooks");
-    if (it == settings.end() || !it->is_object()) return std::nullopt;
+    if (it == settings.end()) return std::nullopt;
+    // Something of ours inside a shape we cannot edit: say so rather than claim success.
+    if (!it->is_object()) {
+        if (mentionsMarker(*it)) return notUnderstood(*file, "\"hooks\"");
+        return std::nullopt;
+    }
 
     json& hooks = *it;
     std::vector<std::string> emptied;
@@ -266,7 +312,11 @@ std::optional<std::string> uninstall(AgentKind kind) {
     // Every event, not only today's list: an older version may have hooked others.
     for (auto entry : hooks.items()) {
         json& groups = entry.value();
-        const std::size_t n = removeOwnGroups(groups);
+        if (!groups.is_array()) {
+            if (mentionsMarker(groups)) return notUnderstood(*file, "\"hooks\"." + entry.key());
+            continue;
+        }
+        const std::size_t n = removeOwnEntries(groups);
         removed += n;
         if (n > 0 && groups.empty()) emptied.push_back(entry.key());
     }
