@@ -2,6 +2,8 @@
 // command and `duskwelld --open-url`.
 #include "commands/control_socket.h"
 
+#include "commands/atomic_file.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -230,9 +232,8 @@ std::unique_ptr<ControlServer> ControlServer::start(const std::string& socketPat
     sockaddr_un addr{};
     if (!fillAddress(socketPath, addr)) return fail("socket path too long: " + socketPath);
 
-    std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(socketPath).parent_path(), ec);
-    if (ec) return fail(ec.message());
+    if (auto folderError = createPrivateDirectories(std::filesystem::path(socketPath).parent_path().string()))
+        return fail(*folderError);
 
     struct stat st {};
     if (::lstat(socketPath.c_str(), &st) == 0) {

@@ -1,9 +1,10 @@
 #include "core/json_file_settings.h"
 
+#include "commands/atomic_file.h"
+
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -47,26 +48,10 @@ void JsonFileSettings::changed() {
     for (const auto& [key, value] : stored())
         std::visit([&, k = key](const auto& v) { doc[k] = v; }, value);
 
+    // It holds the phone channel's secret: private from the first byte.
     const fs::path target(path_);
-    std::error_code ec;
-    fs::create_directories(target.parent_path(), ec);
-    std::random_device rd;
-    const fs::path temp = target.string() + ".tmp" + std::to_string(rd());
-    bool ok = false;
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (out) {
-            out << doc.dump(2) << '\n';
-            out.flush();
-            ok = static_cast<bool>(out);
-        }
-    }
-    if (ok) {
-        fs::permissions(temp, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, ec);
-        fs::rename(temp, target, ec);
-        ok = !ec;
-    }
-    if (!ok) fs::remove(temp, ec);
+    bool ok = !createPrivateDirectories(target.parent_path().string());
+    if (ok) ok = !replaceFile(path_, doc.dump(2) + "\n", 0600, ExistingFile::replace);
     lastWriteOk_ = ok;
 }
 

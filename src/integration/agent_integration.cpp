@@ -3,13 +3,12 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
-#include <random>
-#include <sstream>
 #include <string_view>
 #include <system_error>
 
 #include <filesystem>
 
+#include "commands/atomic_file.h"
 #include "core/app_config.h"
 #include "core/localization.h"
 #include "core/platform.h"
@@ -121,54 +120,6 @@ fs::path resolveLinks(const fs::path& path) {
     return p;
 }
 
-std::string randomSuffix() {
-    std::random_device device;
-    std::ostringstream out;
-    out << std::hex << device() << device();
-    return out.str();
-}
-
-// Writes `text` to `target` through a temporary file in the same folder and a rename,
-// so that a reader sees the old file or the new one, never half of either.
-std::optional<std::string> writeAtomically(const fs::path& target, const std::string& text,
-                                           const std::string& shownPath) {
-    std::error_code ec;
-    const auto oldStatus = fs::status(target, ec);
-    const bool existed = fs::exists(oldStatus);
-    const fs::path tmp = target.parent_path() / ("." + target.filename().string() + ".duskwell-" + randomSuffix() + ".tmp");
-    {
-        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-        if (!out) return writeError(shownPath, errnoText());
-        // Settings files can hold tokens: private until the final mode is in place.
-        fs::permissions(tmp, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, ec);
-        out.write(text.data(), static_cast<std::streamsize>(text.size()));
-        out.flush();
-        if (!out) {
-            const std::string reason = errnoText();
-            out.close();
-            fs::remove(tmp, ec);
-            return writeError(shownPath, reason);
-        }
-    }
-    const fs::perms mode = existed ? oldStatus.permissions()
-                                   : (fs::perms::owner_read | fs::perms::owner_write |
-                                      fs::perms::group_read | fs::perms::others_read);
-    fs::permissions(tmp, mode, fs::perm_options::replace, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        fs::remove(tmp, ec);
-        return writeError(shownPath, reason);
-    }
-    fs::rename(tmp, target, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        std::error_code ignored;
-        fs::remove(tmp, ignored);
-        return writeError(shownPath, reason);
-    }
-    return std::nullopt;
-}
-
 }  // namespace
 
 std::optional<std::string> configFile(AgentKind kind) {
@@ -240,13 +191,18 @@ std::optional<std::string> load(const std::string& path, json& settings) {
 std::optional<std::string> save(const json& settings, const std::string& path) {
     std::error_code ec;
     const fs::path file(path);
-    fs::create_directories(file.parent_path(), ec);
-    if (ec) return writeError(path, ec.message());
+    if (auto error = createPrivateDirectories(file.parent_path().string())) return writeError(path, *error);
 
     // One backup, ever: it keeps the file as it was before we first touched it.
     const fs::path backup(path + ".duskwell-backup");
     if (fs::exists(file, ec) && !fs::exists(fs::symlink_status(backup, ec))) {
-        fs::copy_file(file, backup, fs::copy_options::none, ec);
+        // Copied through the same private route as the file itself: it holds the same tokens.
+        std::ifstream in(file, std::ios::binary);
+        const std::string original((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const auto mode = static_cast<unsigned>(fs::status(file, ec).permissions() & fs::perms::mask);
+        if (!in || in.bad()) ec = std::make_error_code(std::errc::io_error);
+        else if (auto error = replaceFile(backup.string(), original, ec ? 0600 : mode, ExistingFile::replace))
+            ec = std::make_error_code(std::errc::io_error);
         if (ec) {
             return T("설정 파일을 백업할 수 없습니다: " + path + " (" + ec.message() + ")",
                      "Can't back up settings file: " + path + " (" + ec.message() + ")");
@@ -259,7 +215,11 @@ std::optional<std::string> save(const json& settings, const std::string& path) {
     } catch (const std::exception& e) {
         return writeError(path, e.what());
     }
-    return writeAtomically(resolveLinks(file), text, path);
+    // Settings files can hold tokens: a new one is private, an existing one keeps its mode
+    // and owner.
+    if (auto error = replaceFile(resolveLinks(file).string(), text, 0600, ExistingFile::keep))
+        return writeError(path, *error);
+    return std::nullopt;
 }
 
 std::optional<std::string> install(AgentKind kind) {
@@ -329,10 +289,9 @@ std::optional<std::string> uninstall(AgentKind kind) {
 std::optional<std::string> installScript() {
     std::error_code ec;
     const std::string sessions = AppConfig::sessionsDir();
-    fs::create_directories(sessions, ec);
-    if (ec) {
-        return T("폴더를 만들 수 없습니다: " + sessions + " (" + ec.message() + ")",
-                 "Can't create folder: " + sessions + " (" + ec.message() + ")");
+    if (auto error = createPrivateDirectories(sessions)) {
+        return T("폴더를 만들 수 없습니다: " + sessions + " (" + *error + ")",
+                 "Can't create folder: " + sessions + " (" + *error + ")");
     }
     const auto source = services().platform->resourcePath("duskwell-hook");
     if (!source || !fs::is_regular_file(*source, ec))
@@ -341,24 +300,13 @@ std::optional<std::string> installScript() {
     const auto failed = [](const std::string& reason) -> std::optional<std::string> {
         return T("훅 프로그램을 설치할 수 없습니다: " + reason, "Can't install the hook program: " + reason);
     };
-    // Copy beside the old program and rename over it: an agent running the hook at this
-    // moment finds either version, never a half-copied file.
-    const fs::path target(AppConfig::hookScript());
-    const fs::path fresh(target.string() + ".new");
-    fs::remove(fresh, ec);
-    fs::copy_file(*source, fresh, fs::copy_options::overwrite_existing, ec);
-    if (ec) return failed(ec.message());
-    fs::permissions(fresh,
-                    fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                        fs::perms::others_read | fs::perms::others_exec,
-                    fs::perm_options::replace, ec);
-    if (!ec) fs::rename(fresh, target, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        std::error_code ignored;
-        fs::remove(fresh, ignored);
-        return failed(reason);
-    }
+    // Written beside the old program under a name of its own (connects may run at once) and
+    // renamed over it: an agent running the hook at this moment finds either version, never
+    // a half-copied file.
+    std::ifstream in(*source, std::ios::binary);
+    const std::string program((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (!in || in.bad()) return failed(errnoText());
+    if (auto error = replaceFile(AppConfig::hookScript(), program, 0755, ExistingFile::replace)) return failed(*error);
     return std::nullopt;
 }
 
