@@ -141,6 +141,9 @@ public:
 private:
     friend struct AwakeControllerTestAccess;
 
+    // `end`, but no further out than the longest period from now.
+    static Date cappedEnd(Date end);
+
     // Announces, then assigns; nothing is announced when the value does not change.
     template <class V>
     void publish(V& field, V value) {
