@@ -1,6 +1,7 @@
 #include "core/json_file_settings.h"
 
 #include "commands/atomic_file.h"
+#include "core/strict_json.h"
 
 #include <filesystem>
 #include <fstream>
@@ -22,8 +23,11 @@ void JsonFileSettings::load() {
     text << in.rdbuf();
     in.close();
 
-    const json doc = json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
-    if (doc.is_discarded() || !doc.is_object()) {
+    // Deep nesting counts as damage too: copying or printing it would overflow the stack at
+    // every start.
+    const StrictJson parsed = parseStrictJson(text.str());
+    const json& doc = parsed.value;
+    if (!parsed.ok() || !doc.is_object()) {
         // Keep the user's bytes for inspection rather than overwriting them on the next set.
         std::error_code ec;
         fs::rename(path_, path_ + ".corrupt", ec);
@@ -39,7 +43,7 @@ void JsonFileSettings::load() {
         else untouched[key] = value;
     }
     replaceStored(std::move(values));
-    untouched_ = untouched.dump();
+    untouched_ = untouched.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 void JsonFileSettings::changed() {
@@ -51,7 +55,7 @@ void JsonFileSettings::changed() {
     // It holds the phone channel's secret: private from the first byte.
     const fs::path target(path_);
     bool ok = !createPrivateDirectories(target.parent_path().string());
-    if (ok) ok = !replaceFile(path_, doc.dump(2) + "\n", 0600, ExistingFile::replace);
+    if (ok) ok = !replaceFile(path_, doc.dump(2, ' ', false, json::error_handler_t::replace) + "\n", 0600, ExistingFile::replace);
     lastWriteOk_ = ok;
 }
 
