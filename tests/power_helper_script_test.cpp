@@ -162,8 +162,17 @@ TEST_F(HelperScriptLinux, VersionAnswersZeroAndChangesNothing) {
 }
 
 TEST_F(HelperScriptLinux, LidOnWritesTheLogindDropInAndReloadsLogind) {
+    // A name planted where a fixed temporary name used to be is never written through.
+    const std::string dropDir = fs::path(box.runDir() + "/" + dropin).parent_path().string();
+    fs::create_directories(dropDir);
+    writeFile(box.runDir() + "/victim", "untouched\n");
+    fs::create_symlink(box.runDir() + "/victim", box.runDir() + "/" + dropin + ".tmp");
     const Outcome o = box.helper({"lid-on"});
     EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(readFile(box.runDir() + "/victim"), "untouched\n");
+    fs::remove(box.runDir() + "/" + dropin + ".tmp");
+    for (const auto& e : fs::directory_iterator(dropDir))
+        EXPECT_EQ(e.path().filename(), "duskwell.conf") << "no temporary file is left behind";
     EXPECT_EQ(readFile(box.runDir() + "/" + dropin),
               "[Login]\nHandleLidSwitch=ignore\nHandleLidSwitchExternalPower=ignore\nHandleLidSwitchDocked=ignore\n");
     EXPECT_THAT(box.calls(), ElementsAre(reload));
