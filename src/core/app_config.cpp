@@ -21,6 +21,7 @@ std::string sessionsDir() { return supportDir() + "/sessions"; }
 std::string hookScript() { return supportDir() + "/hook"; }
 std::string statusFile() { return supportDir() + "/status.json"; }
 std::string controlSocket() { return supportDir() + "/control.sock"; }
+std::string watchdogToken() { return supportDir() + "/watchdog"; }
 
 std::string helperPath() {
 #ifdef __APPLE__

@@ -16,6 +16,7 @@ std::string sessionsDir();  // ~/.duskwell/sessions
 std::string hookScript();   // ~/.duskwell/hook
 std::string statusFile();   // ~/.duskwell/status.json
 std::string controlSocket();  // ~/.duskwell/control.sock
+std::string watchdogToken();  // ~/.duskwell/watchdog: the running watchdog's token
 
 // Privileged helper and its sudoers rule. macOS: /Library/PrivilegedHelperTools/...;
 // Linux: /usr/local/libexec/duskwell-power (root-owned, outside any user's reach).

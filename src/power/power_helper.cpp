@@ -13,16 +13,6 @@
 namespace duskwell::PowerHelper {
 namespace {
 
-// Single-quotes `text` for the shell: ' becomes '\'' inside the quotes.
-std::string shellQuote(const std::string& text) {
-    std::string out = "'";
-    for (char c : text) {
-        if (c == '\'') out += "'\\''";
-        else out += c;
-    }
-    return out + "'";
-}
-
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
     std::string::size_type at = 0;
     while ((at = text.find(from, at)) != std::string::npos) {
@@ -189,10 +179,23 @@ std::string formatArguments(const std::vector<std::string>& arguments) {
     return out + "]";
 }
 
-std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower, std::optional<std::int64_t> powerMode) {
-    const std::string call = "\n" + AppConfig::sudoPath() + " -n " + helperPath();
-    std::string script = "while /bin/kill -0 " + std::to_string(pid) + " 2>/dev/null; do /bin/sleep 3; done" +
-                         call + " lid-off";
+std::string shellQuote(const std::string& text) {
+    std::string out = "'";
+    for (char c : text) {
+        if (c == '\'') out += "'\\''";
+        else out += c;
+    }
+    return out + "'";
+}
+
+std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower, std::optional<std::int64_t> powerMode,
+                           const std::optional<WatchdogGuard>& guard) {
+    const std::string call = "\n" + shellQuote(AppConfig::sudoPath()) + " -n " + shellQuote(helperPath());
+    std::string script = "while /bin/kill -0 " + std::to_string(pid) + " 2>/dev/null; do /bin/sleep 3; done";
+    if (guard)
+        script += "\n[ \"$(/bin/cat " + shellQuote(guard->file) + " 2>/dev/null)\" = " + shellQuote(guard->token) +
+                  " ] || exit 0";
+    script += call + " lid-off";
     if (lowPower) script += call + " lowpower " + std::to_string(*lowPower);
     if (powerMode) script += call + " powermode " + std::to_string(*powerMode);
     return script;

@@ -239,13 +239,14 @@ TEST(PowerHelperUninstall, CancelledPromptIsReportedAfterLidOffWasSent) {
 
 TEST(PowerHelperWatchdogScript, PollsThePidThenRestoresLidAndRecordedValues) {
     TestEnvironment env;
-    const std::string call = "/usr/bin/sudo -n " + env.helperFile();
-    EXPECT_EQ(PowerHelper::watchdogScript(4242, std::nullopt, std::nullopt),
-              "while /bin/kill -0 4242 2>/dev/null; do /bin/sleep 3; done\n" + call + " lid-off");
+    const std::string call = "'/usr/bin/sudo' -n '" + env.helperFile() + "'";
+    const std::string wait = "while /bin/kill -0 77 2>/dev/null; do /bin/sleep 3; done\n";
+    EXPECT_EQ(PowerHelper::watchdogScript(77, std::nullopt, std::nullopt), wait + call + " lid-off");
     EXPECT_EQ(PowerHelper::watchdogScript(77, 1, 0),
-              "while /bin/kill -0 77 2>/dev/null; do /bin/sleep 3; done\n" + call + " lid-off\n" + call +
-                  " lowpower 1\n" + call + " powermode 0");
+              wait + call + " lid-off\n" + call + " lowpower 1\n" + call + " powermode 0");
     EXPECT_THAT(PowerHelper::watchdogScript(77, std::nullopt, 1), Not(HasSubstr("lowpower")));
+    EXPECT_EQ(PowerHelper::watchdogScript(77, std::nullopt, std::nullopt, PowerHelper::WatchdogGuard{"/h/it's", "ab12"}),
+              wait + "[ \"$(/bin/cat '/h/it'\\''s' 2>/dev/null)\" = 'ab12' ] || exit 0\n" + call + " lid-off");
 }
 
 }  // namespace
