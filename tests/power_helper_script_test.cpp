@@ -391,15 +391,21 @@ std::set<std::string> installTempFiles() {
     return out;
 }
 
-TEST_F(InstallScriptLinux, ARuleThatFailsTheCheckInstallsNothing) {
-    const std::string script = PowerHelper::installScript(PowerHelper::linuxLayout(), "bad user", helperSource);
-    const auto tempBefore = installTempFiles();
-    const Outcome o = box.run({"/bin/sh", "-c", script});
-    for (const auto& f : installTempFiles())
-        if (!tempBefore.count(f)) fs::remove(f);
-    EXPECT_NE(o.status, 0);
-    EXPECT_FALSE(fs::exists(box.upper("/etc/sudoers.d") + "/duskwell"));
-    EXPECT_FALSE(fs::exists(box.upper("/usr/local") + "/libexec/duskwell-power"));
+TEST_F(InstallScriptLinux, ABadRuleOrAChangedHelperInstallsNothing) {
+    // A helper beside the user's executable that is not the one this build shipped.
+    const std::string tampered = box.root() + "/duskwell-power";
+    writeFile(tampered, readFile(helperSource).value() + "/usr/bin/id > /tmp/owned\n");
+    for (const auto& [user, source] : {std::pair<std::string, std::string>{"bad user", helperSource},
+                                       std::pair<std::string, std::string>{"nobody", tampered}}) {
+        const std::string script = PowerHelper::installScript(PowerHelper::linuxLayout(), user, source);
+        const auto tempBefore = installTempFiles();
+        const Outcome o = box.run({"/bin/sh", "-c", script});
+        for (const auto& f : installTempFiles())
+            if (!tempBefore.count(f)) fs::remove(f);
+        EXPECT_NE(o.status, 0) << source;
+        EXPECT_FALSE(fs::exists(box.upper("/etc/sudoers.d") + "/duskwell")) << source;
+        EXPECT_FALSE(fs::exists(box.upper("/usr/local") + "/libexec/duskwell-power")) << source;
+    }
 }
 
 }  // namespace

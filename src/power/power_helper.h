@@ -44,12 +44,17 @@ std::string adminScriptSource(const std::string& script, const std::string& prom
 inline constexpr const char* resourceName = "duskwell-power";
 
 // Where one system keeps the helper, its sudoers rule and the former product's files.
+// SHA-256 of the helper this build ships (computed when the build is configured).
+std::string expectedHelperSha256();
+
 struct InstallLayout {
     std::string helper;        // installed helper (its folder is created when missing)
     std::string sudoers;       // the sudoers rule
     std::string group;         // group owning both files
     std::string formerRule;    // removed on every install so two rules never coexist
     std::string formerHelper;
+    std::string hashTool;      // prints "<sha256>  <file>"
+    std::string helperSha256 = expectedHelperSha256();  // what the copied helper must hash to
 };
 InstallLayout macLayout();
 InstallLayout linuxLayout();
