@@ -138,7 +138,7 @@ void AwakeController::setLastMessage(std::optional<std::string> message) {
     publish(lastMessage_, std::move(message));
 }
 
-bool AwakeController::restorePending() const {
+bool AwakeController::restorePending() {
     return store().boolean(SettingsKey::restoreLid).value_or(false) ||
            store().integer(SettingsKey::restoreLowPower).has_value() ||
            store().integer(SettingsKey::restorePowerMode).has_value();

@@ -138,6 +138,11 @@ public:
     std::string statusLine() const;
     std::string describe(const SessionInfo& session, bool running) const;
 
+    // Launch recovery: gives back what an earlier run changed and did not restore (lid
+    // sleep first, then performance) and calls off that run's watchdog. Needs no
+    // controller: duskwelld --restore runs it after the service ended, however it ended.
+    static void recoverPowerSettings();
+
 private:
     friend struct AwakeControllerTestAccess;
 
@@ -162,11 +167,10 @@ private:
     void restorePerformance();
     void startWatchdog();
     void stopWatchdog();
-    void recoverPowerSettings();  // launch recovery after a crash
     void refreshHookScript();     // reinstalls the hook program when any agent is connected
     void refreshCLI();            // reinstalls the terminal command without a greeting
     void sleepSoon(double seconds);  // system sleep after a delay, on the main queue
-    bool restorePending() const;
+    static bool restorePending();
 
     Observable changes_;
     std::shared_ptr<int> life_ = std::make_shared<int>(0);  // callbacks hold it weakly

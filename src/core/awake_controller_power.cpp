@@ -23,6 +23,18 @@ namespace {
 
 SettingsStore& settings() { return *services().settings; }
 
+// A failed restore still drops its key: the app never retries one.
+void restoreRecordedPerformance() {
+    if (const auto lowPower = settings().integer(SettingsKey::restoreLowPower)) {
+        PowerHelper::run({"lowpower", std::to_string(*lowPower)});
+        settings().remove(SettingsKey::restoreLowPower);
+    }
+    if (const auto powerMode = settings().integer(SettingsKey::restorePowerMode)) {
+        PowerHelper::run({"powermode", std::to_string(*powerMode)});
+        settings().remove(SettingsKey::restorePowerMode);
+    }
+}
+
 }  // namespace
 
 void AwakeController::applyPerformance() {
@@ -38,15 +50,7 @@ void AwakeController::applyPerformance() {
 }
 
 void AwakeController::restorePerformance() {
-    // A failed restore still drops its key: the app never retries one.
-    if (const auto lowPower = settings().integer(SettingsKey::restoreLowPower)) {
-        PowerHelper::run({"lowpower", std::to_string(*lowPower)});
-        settings().remove(SettingsKey::restoreLowPower);
-    }
-    if (const auto powerMode = settings().integer(SettingsKey::restorePowerMode)) {
-        PowerHelper::run({"powermode", std::to_string(*powerMode)});
-        settings().remove(SettingsKey::restorePowerMode);
-    }
+    restoreRecordedPerformance();
     publish(perfApplied_, false);
 }
 
@@ -84,7 +88,7 @@ void AwakeController::recoverPowerSettings() {
     if (!restorePending()) return;
     if (PowerHelper::isInstalled()) {
         PowerHelper::run({"lid-off"});
-        restorePerformance();
+        restoreRecordedPerformance();
     }
     settings().setBool(SettingsKey::restoreLid, false);
 }
