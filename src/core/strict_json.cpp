@@ -2,7 +2,9 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
 #include <string>
+#include <utility>
 
 namespace duskwell {
 namespace {
@@ -53,18 +55,38 @@ private:
 
 }  // namespace
 
+namespace {
+
+// A decimal number's significant digits (no leading or trailing zeros) and the power of ten
+// of the first of them: "0.0120" and "1.2e-2" both give {"12", -2}.
+std::pair<std::string, long> significant(std::string_view text) {
+    std::string digits;
+    long pointAt = -1;  // digits before the decimal point
+    long exponent = 0;
+    std::size_t i = 0;
+    if (i < text.size() && (text[i] == '-' || text[i] == '+')) ++i;
+    for (; i < text.size() && text[i] != 'e' && text[i] != 'E'; ++i) {
+        if (text[i] == '.') pointAt = static_cast<long>(digits.size());
+        else digits += text[i];
+    }
+    if (i < text.size()) exponent = std::strtol(std::string(text.substr(i + 1)).c_str(), nullptr, 10);
+    if (pointAt < 0) pointAt = static_cast<long>(digits.size());
+    const auto first = digits.find_first_not_of('0');
+    if (first == std::string::npos) return {"", 0};
+    const auto last = digits.find_last_not_of('0');
+    return {digits.substr(first, last - first + 1), pointAt - static_cast<long>(first) - 1 + exponent};
+}
+
+}  // namespace
+
 bool numberTextFitsDouble(std::string_view text, double value) {
     if (!std::isfinite(value)) return false;
-    std::string digits;
-    for (const char c : text) {
-        if (c == 'e' || c == 'E') break;
-        if (c >= '0' && c <= '9') digits += c;
-    }
-    const auto first = digits.find_first_not_of('0');
-    if (first == std::string::npos) return true;  // zero, written any way
-    const auto last = digits.find_last_not_of('0');
-    if (last - first + 1 > static_cast<std::size_t>(DBL_DIG)) return false;
-    return value != 0 && std::fabs(value) >= DBL_MIN;  // neither flushed to zero nor subnormal
+    const auto [digits, power] = significant(text);
+    if (digits.empty()) return true;  // zero, written any way
+    if (value == 0 || std::fabs(value) < DBL_MIN) return false;  // flushed to zero or subnormal
+    if (digits.size() <= static_cast<std::size_t>(DBL_DIG)) return true;
+    // Longer: only the way we print this very double (so our own files read back).
+    return significant(nlohmann::json(value).dump()) == std::make_pair(digits, power);
 }
 
 StrictJson parseStrictJson(std::string_view text, JsonNumbers numbers, std::size_t maxDepth) {

@@ -322,8 +322,10 @@ TEST(AgentIntegrationErrors, WhatWeCannotEditFaithfullyIsRefusedAndLeftAlone) {
     }
 
     // Numbers a double carries exactly go through, whatever their spelling.
-    writeFile(h.claudeFile(), R"({"a": 9007199254740993, "b": -12, "c": 0.5, "d": 1e20, "e": 0.000})");
+    writeFile(h.claudeFile(), R"({"a": 9007199254740993, "b": -12, "c": 0.5, "d": 1e20, "e": 0.000, "f": 23.4567812})");
     ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt)
+        << "a number as we printed it reads back (23.4567812 prints with 17 digits)";
     const json after = h.read(h.claudeFile());
     EXPECT_EQ(after["a"].get<std::int64_t>(), 9007199254740993);
     EXPECT_EQ(after["d"].get<double>(), 1e20);
