@@ -64,39 +64,43 @@ std::optional<Stat> parseStat(std::string_view text) {
     return s;
 }
 
-std::optional<double> parseBootTime(std::string_view text) {
+// Calls `fn` with each line of `text` until it answers false.
+template <typename Fn>
+void forEachLine(std::string_view text, Fn fn) {
     size_t start = 0;
     while (start < text.size()) {
         size_t end = text.find('\n', start);
         if (end == std::string_view::npos) end = text.size();
-        const auto line = text.substr(start, end - start);
+        if (!fn(text.substr(start, end - start))) return;
         start = end + 1;
-        if (line.substr(0, 6) != "btime ") continue;
-        std::int64_t v = 0;
-        if (!parseNumber(line.substr(6), v) || v <= 0) return std::nullopt;
-        return static_cast<double>(v);
     }
-    return std::nullopt;
+}
+
+std::optional<double> parseBootTime(std::string_view text) {
+    std::optional<double> out;
+    forEachLine(text, [&](std::string_view line) {
+        if (line.substr(0, 6) != "btime ") return true;
+        std::int64_t v = 0;
+        if (parseNumber(line.substr(6), v) && v > 0) out = static_cast<double>(v);
+        return false;
+    });
+    return out;
 }
 
 std::optional<std::int64_t> parseIoBytes(std::string_view text) {
     std::optional<std::int64_t> rchar, wchar;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string_view::npos) end = text.size();
-        const auto line = text.substr(start, end - start);
-        start = end + 1;
+    forEachLine(text, [&](std::string_view line) {
         const auto colon = line.find(':');
-        if (colon == std::string_view::npos) continue;
+        if (colon == std::string_view::npos) return true;
         const auto key = line.substr(0, colon);
         auto value = line.substr(colon + 1);
         while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
         std::int64_t v = 0;
-        if (!parseNumber(value, v)) continue;
+        if (!parseNumber(value, v)) return true;
         if (key == "rchar") rchar = v;
         else if (key == "wchar") wchar = v;
-    }
+        return true;
+    });
     if (!rchar || !wchar || *rchar < 0 || *wchar < 0) return std::nullopt;
     // Saturates: a forged or wrapped counter must not overflow the sum.
     return *rchar > std::numeric_limits<std::int64_t>::max() - *wchar ? std::numeric_limits<std::int64_t>::max()

@@ -52,6 +52,12 @@ TEST(ProcIo, ReadAndWrittenCharactersAreAdded) {
     EXPECT_FALSE(parseIoBytes("rchar: -5\nwchar: 1\n"));
 }
 
+TEST(ProcStatFile, BootTimeFromTheBtimeLine) {
+    EXPECT_EQ(parseBootTime("cpu  1 2 3\nintr 5\nctxt 9\nbtime 1763800000\nprocesses 77\n"), 1763800000.0);
+    for (const char* bad : {"", "cpu 1 2\n", "btime\n", "btime -4\n", "btime 12x\n", "xbtime 5\n"})
+        EXPECT_EQ(parseBootTime(bad), std::nullopt) << bad;
+}
+
 TEST(ProcCmdline, NulsBecomeBlanks) {
     EXPECT_EQ(joinCmdline(std::string("python3\0-m\0mlx_lm.server\0", 25)), "python3 -m mlx_lm.server");
     EXPECT_EQ(joinCmdline(""), "");
