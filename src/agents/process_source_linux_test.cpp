@@ -98,6 +98,7 @@ TEST_F(FakeProc, CpuIsTheTickDeltaOverWallTimeNeverTheLifetimeAverage) {
 }
 
 TEST_F(FakeProc, CommandLinesAndKernelNamesAreRead) {
+    writeFile(proc + "/stat", "cpu 1 2 3\nbtime 1800000000\n");
     add(1, 0, "init", "/sbin/init", 0);
     add(20, 1, "python3", "/usr/bin/python3.11", 0, std::string("python3\0-m\0mlx_lm.server\0", 25));
     add(21, 1, "vllm", "/usr/bin/python3.11", 0, std::string("/usr/bin/python3\0/venv/bin/vllm\0serve\0", 38));
@@ -109,6 +110,7 @@ TEST_F(FakeProc, CommandLinesAndKernelNamesAreRead) {
     EXPECT_EQ(find(t, 22)->args, "bash -c mlx_lm");
     EXPECT_EQ(find(t, 22)->comm, "bash");
     EXPECT_EQ(find(t, 21)->comm, "vllm");
+    EXPECT_EQ(find(t, 21)->started, dateFromUnix(1800000000 + 5.0)) << "boot time plus 500 ticks at 100 Hz";
 }
 
 TEST_F(FakeProc, ByteCountersAreReadForAgentTreesOnly) {
