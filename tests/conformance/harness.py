@@ -182,6 +182,8 @@ QUIET_ENV = {
     "DISABLE_ERROR_REPORTING": "1",
     "DISABLE_BUG_COMMAND": "1",
     "CLAUDE_CODE_DISABLE_OFFICIAL_MARKETPLACE_AUTOINSTALL": "1",
+    # Codex's app-server daemon retries a remote-control websocket to chatgpt.com every ~5 min.
+    "CODEX_INTERNAL_APP_SERVER_REMOTE_CONTROL_DISABLED": "1",
 }
 
 

@@ -83,17 +83,19 @@ class Checker:
 
     def hold(self, step, want, until, interval=3.0):
         """Every observation until `until` (a time) must match `want`."""
-        n = 0
-        while time.time() < until:
+        n, bad = 0, None
+        while True:
             row, entry = self.observe()
             n += 1
-            if not self.matches(row, entry, want):
-                return self.rep.step(step, False, f"after {n} good looks: agents --json {brief(row)}, "
-                                                  f"duskwelld {brief(entry)}")
-            time.sleep(interval)
-        row, entry = self.observe()
-        ok = self.matches(row, entry, want)
-        return self.rep.step(step, ok, f"{n + 1} looks; last agents --json {brief(row)}, duskwelld {brief(entry)}")
+            if bad is None and not self.matches(row, entry, want):
+                bad = (f"look {n} at +{time.time() - self.rep.t0:.0f}s: agents --json {brief(row)}, "
+                       f"duskwelld {brief(entry)}")
+            if time.time() >= until:
+                break
+            time.sleep(min(interval, max(0.0, until - time.time())))
+        # The whole span is waited out either way, so later steps keep their timing.
+        return self.rep.step(step, bad is None, bad or f"{n} looks; last agents --json {brief(row)}, "
+                                                       f"duskwelld {brief(entry)}")
 
 
 def tool_alive(pattern):
