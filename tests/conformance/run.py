@@ -3,7 +3,7 @@
 HOME against loopback stand-in APIs, checked step by step against what `duskwell agents
 --json` and a real duskwelld report.
 
-  run.py claude|codex --bin BUILD/bin [--claude VERSION] [--codex VERSION] [--keep]
+  run.py claude|codex|all --bin BUILD/bin [--claude VERSION] [--codex VERSION] [--keep]
 
 Runs in its own pid, mount and network namespaces when `unshare` allows it (only this run's
 processes in /proc, only loopback, and everything it started dies with it); otherwise in
@@ -426,7 +426,7 @@ def isolate(argv):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("agent", choices=["claude", "codex"])
+    parser.add_argument("agent", choices=["claude", "codex", "all"], help="all: both, side by side")
     parser.add_argument("--bin", required=True, help="folder with duskwell-cli, duskwell-hook, duskwelld")
     parser.add_argument("--claude", help="Claude Code version (default: the pinned one)")
     parser.add_argument("--codex", help="Codex version (default: the pinned one)")
@@ -434,6 +434,11 @@ def main():
     parser.add_argument("--in-place", action="store_true", help="no namespaces")
     args = parser.parse_args()
 
+    if args.agent == "all":
+        rest = [a for a in sys.argv[1:] if a != "all"]
+        runs = [subprocess.Popen([sys.executable, os.path.abspath(__file__), agent, *rest])
+                for agent in ("claude", "codex")]
+        return max(r.wait() for r in runs)
     if not os.environ.get("DUSKWELL_CONFORMANCE_INNER") and not args.in_place:
         code = isolate(sys.argv[1:])
         if code is not None:
