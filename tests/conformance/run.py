@@ -98,6 +98,29 @@ class Checker:
                                                        f"duskwelld {brief(entry)}")
 
 
+# The tools the stand-in model asks for: a script that works the CPU a little for N seconds,
+# like a build or a test run would (a bare `sleep` would be a child that does nothing).
+WORK_SH = """#!/bin/sh
+end=$(( $(date +%s) + $1 ))
+while [ "$(date +%s)" -lt "$end" ]; do
+  head -c 2000000 /dev/zero | md5sum >/dev/null
+  sleep 0.05
+done
+"""
+
+
+def install_work(sb):
+    path = os.path.join(sb.project, "work.sh")
+    with open(path, "w") as f:
+        f.write(WORK_SH)
+    os.chmod(path, 0o755)
+
+
+def work(seconds):
+    """Matches the tool's own process (`/bin/sh ./work.sh N`), not the shells around it."""
+    return rf"^(/bin/)?sh \./work\.sh {seconds}$"
+
+
 def tool_alive(pattern):
     return lambda: bool(find_processes(pattern))
 
@@ -147,6 +170,7 @@ CLAUDE_EVENTS = ("SessionStart SessionEnd UserPromptSubmit PreToolUse PostToolUs
 
 def claude(sb, rep):
     check = Checker(sb, rep, "claude")
+    install_work(sb)
     tmux = sb.start_tmux()
     with open(os.path.join(sb.home, ".claude.json"), "w") as f:
         json.dump({"hasCompletedOnboarding": True,
@@ -155,7 +179,7 @@ def claude(sb, rep):
                                              "hasCompletedProjectOnboarding": True}}}, f)
     os.makedirs(os.path.join(sb.project, ".claude"))
     with open(os.path.join(sb.project, ".claude", "settings.local.json"), "w") as f:
-        json.dump({"permissions": {"allow": ["Bash(sleep:*)"]}}, f)  # turn 1 runs unasked
+        json.dump({"permissions": {"allow": ["Bash(./work.sh:*)"]}}, f)  # turn 1 runs unasked
     sb.start_daemon()
 
     # Without hooks: the process scan alone must find the npm install (a native claude.exe).
@@ -186,27 +210,27 @@ def claude(sb, rep):
 
     # Turn 1: a tool that needs no permission.
     t = time.time()
-    tmux.type("RUN<<sleep 18>>")
-    ok, _ = wait_for(lambda: (bool(find_processes(r"^sleep 18$")), None), 30, 0.2)
+    tmux.type("RUN<<./work.sh 18>>")
+    ok, _ = wait_for(lambda: (bool(find_processes(work(18))), None), 30, 0.2)
     if not ok:
         raise Abort("the tool never started:\n" + tmux.screen())
     check.expect("working during a tool call", {"count": 1, "state": "working"}, 18,
-                 during=tool_alive(r"^sleep 18$"), what="(tool running)")
+                 during=tool_alive(work(18)), what="(tool running)")
     sb.wait_event("Stop", t, 40)
 
     # Turn 2: a tool that asks first; approval fires no event.
     t = time.time()
-    tmux.type("RUN<<sleep 20 && touch approved.txt>>")
+    tmux.type("RUN<<./work.sh 20 && touch approved.txt>>")
     tmux.wait_screen(r"Do you want to proceed\?", 30)
     check.expect("waiting at the permission prompt", {"count": 1, "state": "waiting"}, IN_PERIOD)
     sb.wait_event("Notification", t, 20, notification_type="permission_prompt")
     check.expect("still waiting after the permission_prompt notification", {"state": "waiting"}, IN_PERIOD)
     tmux.keys("Enter")  # "1. Yes"
-    ok, _ = wait_for(lambda: (bool(find_processes(r"^sleep 20$")), None), 10, 0.2)
+    ok, _ = wait_for(lambda: (bool(find_processes(work(20))), None), 10, 0.2)
     if not ok:
         raise Abort("the approved tool never started:\n" + tmux.screen())
     check.expect("working again after approval (tool still running)", {"count": 1, "state": "working"},
-                 20, during=tool_alive(r"^sleep 20$"), what="(tool running)")
+                 20, during=tool_alive(work(20)), what="(tool running)")
     stop = sb.wait_event("Stop", t, 60)
     turn_end = stop["t"]
     check.expect("idle after the turn", {"count": 1, "state": "idle", "viaHooks": True}, IN_PERIOD)
@@ -237,13 +261,13 @@ def claude(sb, rep):
 
     # Print mode: one short-lived session (in a new period, so duskwelld scans every 5 s).
     start_auto(sb, rep)
-    p = subprocess.Popen(["claude", "-p", "RUN<<sleep 15>>", "--allowedTools", "Bash(sleep:*)"],
+    p = subprocess.Popen(["claude", "-p", "RUN<<./work.sh 15>>", "--allowedTools", "Bash(./work.sh:*)"],
                          env=sb.env, cwd=sb.project, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                          stdin=subprocess.DEVNULL, text=True)
-    ok, _ = wait_for(lambda: (bool(find_processes(r"^sleep 15$")), None), 30, 0.2)
+    ok, _ = wait_for(lambda: (bool(find_processes(work(15))), None), 30, 0.2)
     if ok:
         check.expect("claude -p: one working session", {"count": 1, "state": "working"}, 15,
-                     during=tool_alive(r"^sleep 15$"), what="(tool running)")
+                     during=tool_alive(work(15)), what="(tool running)")
     else:
         rep.step("claude -p: one working session", False, "its tool never started")
     out, _ = p.communicate(timeout=60)
@@ -305,6 +329,7 @@ def managed_daemons():
 
 def codex(sb, rep):
     check = Checker(sb, rep, "codex")
+    install_work(sb)
     os.makedirs(os.path.join(sb.home, ".codex"))
     config = os.path.join(sb.home, ".codex", "config.toml")
     with open(config, "w") as f:
@@ -353,26 +378,26 @@ def codex(sb, rep):
     start_auto(sb, rep)
 
     # Turn 1: a sandboxed tool (codex-linux-sandbox -> bwrap -> codex-linux-sandbox -> bash).
-    tmux.type("RUN<<sleep 18>>")
+    tmux.type("RUN<<./work.sh 18>>")
     sb.wait_event("SessionStart", t, 30)
-    ok, _ = wait_for(lambda: (bool(find_processes(r"^sleep 18$")), None), 20, 0.2)
+    ok, _ = wait_for(lambda: (bool(find_processes(work(18))), None), 20, 0.2)
     table = process_table()
-    rep.log("sandboxed tool: " + describe_tree(table, find_processes(r"codex-linux-sandbox|bwrap|^sleep 18$", table)))
+    rep.log("sandboxed tool: " + describe_tree(table, find_processes(r"codex-linux-sandbox|bwrap|work\.sh 18", table)))
     check.expect("working during a sandboxed tool call, counted once", {"count": 1, "state": "working"},
-                 18, during=tool_alive(r"^sleep 18$"), what="(tool running)")
+                 18, during=tool_alive(work(18)), what="(tool running)")
     sb.wait_event("Stop", t, 40)
 
     # Turn 2: an escalated tool that asks first.
     t = time.time()
-    tmux.type("ASK<<sleep 20 && touch approved.txt>>")
+    tmux.type("ASK<<./work.sh 20 && touch approved.txt>>")
     tmux.wait_screen(r"Would you like to run the following command\?", 30)
     check.expect("waiting at the permission prompt", {"count": 1, "state": "waiting"}, IN_PERIOD)
     tmux.keys("Enter")  # "1. Yes, proceed"
-    ok, _ = wait_for(lambda: (bool(find_processes(r"sleep 20$")), None), 10, 0.2)
+    ok, _ = wait_for(lambda: (bool(find_processes(work(20))), None), 10, 0.2)
     if not ok:
         raise Abort("the approved tool never started:\n" + tmux.screen())
     check.expect("working again after approval (tool still running)", {"count": 1, "state": "working"},
-                 20, during=tool_alive(r"sleep 20$"), what="(tool running)")
+                 20, during=tool_alive(work(20)), what="(tool running)")
     turn_end = sb.wait_event("Stop", t, 60)["t"]
     check.expect("idle after the turn", {"count": 1, "state": "idle"}, IN_PERIOD)
 
@@ -392,13 +417,13 @@ def codex(sb, rep):
 
     # codex exec: tools run in-process under the sandbox layers; one session.
     start_auto(sb, rep)
-    p = subprocess.Popen(["codex", "exec", "--skip-git-repo-check", "RUN<<sleep 15>>"], env=sb.env,
+    p = subprocess.Popen(["codex", "exec", "--skip-git-repo-check", "RUN<<./work.sh 15>>"], env=sb.env,
                          cwd=sb.project, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                          stdin=subprocess.DEVNULL, text=True)
-    ok, _ = wait_for(lambda: (bool(find_processes(r"^sleep 15$")), None), 30, 0.2)
+    ok, _ = wait_for(lambda: (bool(find_processes(work(15))), None), 30, 0.2)
     if ok:
         check.expect("codex exec: one working session", {"count": 1, "state": "working"}, 15,
-                     during=tool_alive(r"^sleep 15$"), what="(sandboxed tool running)")
+                     during=tool_alive(work(15)), what="(sandboxed tool running)")
     else:
         rep.step("codex exec: one working session", False, "its tool never started")
     out, _ = p.communicate(timeout=60)
