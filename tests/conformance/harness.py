@@ -329,7 +329,12 @@ class Sandbox:
         return f"{sys.executable} {os.path.join(HERE, 'eventlog.py')} {agent} {self.log('events')}"
 
     def proxy_attempts(self):
-        return [r.get("request") for r in self.records("proxy")]
+        """(request line, who sent it) for every connection the proxy refused."""
+        out = []
+        for r in self.records("proxy"):
+            who = r.get("from") or {}
+            out.append((r.get("request"), " ".join(who.get("argv") or [])[-80:] or "?"))
+        return out
 
     # -- tmux
 

@@ -156,8 +156,8 @@ def check_period_end(sb, rep, last_turn_end):
 
 def check_network(sb, rep, kind):
     attempts = sb.proxy_attempts()
-    bad = [a for a in attempts if a not in UNSTOPPABLE.get(kind, set())]
-    known = [a for a in attempts if a in UNSTOPPABLE.get(kind, set())]
+    bad = [f"{req} from {who}" for req, who in attempts if req not in UNSTOPPABLE.get(kind, set())]
+    known = [f"{req} from {who}" for req, who in attempts if req in UNSTOPPABLE.get(kind, set())]
     rep.step("nothing but the stand-in was contacted", not bad,
              f"refused: {bad or 'none'}" + (f"; refused, no off switch: {known}" if known else ""))
 

@@ -308,6 +308,32 @@ def start_proxy(log_path):
     return port[0]
 
 
+def _socket_owner(peer_port):
+    """Which local process holds the loopback socket whose port is `peer_port` (best effort)."""
+    inode = None
+    for table in ("/proc/net/tcp", "/proc/net/tcp6"):
+        try:
+            with open(table) as f:
+                for line in f.readlines()[1:]:
+                    fields = line.split()
+                    if int(fields[1].rsplit(":", 1)[1], 16) == peer_port:
+                        inode = fields[9]
+        except (OSError, ValueError, IndexError):
+            pass
+    if not inode:
+        return None
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            for fd in os.listdir(f"/proc/{pid}/fd"):
+                if os.readlink(f"/proc/{pid}/fd/{fd}") == f"socket:[{inode}]":
+                    with open(f"/proc/{pid}/cmdline", "rb") as c:
+                        argv = c.read().split(b"\0")
+                    return {"pid": int(pid), "argv": [a.decode(errors="replace") for a in argv[:3]]}
+        except OSError:
+            continue
+    return None
+
+
 def serve_proxy(port, log_path, ready):
     """Accepts, logs the first request line (CONNECT host:port or an absolute URL), refuses."""
     import socket
@@ -317,7 +343,8 @@ def serve_proxy(port, log_path, ready):
     srv.listen(64)
     ready(srv.getsockname()[1])
 
-    def handle(conn):
+    def handle(conn, peer):
+        owner = _socket_owner(peer[1])
         try:
             conn.settimeout(5)
             data = b""
@@ -327,7 +354,7 @@ def serve_proxy(port, log_path, ready):
                     break
                 data += chunk
             line = data.split(b"\n", 1)[0].decode("latin-1").strip()
-            _log(log_path, {"request": line or repr(data[:64])})
+            _log(log_path, {"request": line or repr(data[:64]), "from": owner})
             conn.sendall(b"HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n")
         except OSError as e:
             _log(log_path, {"request": None, "error": str(e)})
@@ -335,8 +362,8 @@ def serve_proxy(port, log_path, ready):
             conn.close()
 
     while True:
-        conn, _ = srv.accept()
-        threading.Thread(target=handle, args=(conn,), daemon=True).start()
+        conn, peer = srv.accept()
+        threading.Thread(target=handle, args=(conn, peer), daemon=True).start()
 
 
 def main(argv=None):
