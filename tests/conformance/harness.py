@@ -354,11 +354,29 @@ class Sandbox:
             except subprocess.TimeoutExpired:
                 self.daemon.kill()
         # Whatever the agents left running from this HOME (Codex's daemon outlives its UI).
-        for pid, p in process_table().items():
-            if pid != os.getpid() and (self.root in p["exe"] or any(self.root in a for a in p["argv"][:1])):
-                try:
-                    os.kill(pid, signal.SIGKILL)
-                except OSError:
-                    pass
+        for pid in self.leftovers():
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except OSError:
+                pass
+        ok, left = wait_for(lambda: (not (left := self.leftovers()), left), 5, 0.2)
+        table = process_table()
         if not keep:
             shutil.rmtree(self.root, ignore_errors=True)
+        return [describe_tree(table, [pid]) or str(pid) for pid in left]
+
+    def leftovers(self):
+        """Processes of this sandbox: run from it, or with its HOME in their environment."""
+        mine = f"HOME={self.home}".encode()
+        out = []
+        for pid, p in process_table().items():
+            if pid == os.getpid() or p["state"] == "Z":
+                continue
+            try:
+                with open(f"/proc/{pid}/environ", "rb") as f:
+                    env = f.read().split(b"\0")
+            except OSError:
+                env = []
+            if self.root in p["exe"] or any(self.root in a for a in p["argv"][:1]) or mine in env:
+                out.append(pid)
+        return out

@@ -41,7 +41,12 @@ def brief(item):
     if item is None:
         return "none"
     keys = ("state", "count", "viaHooks", "hooks")
-    return "{" + ", ".join(f"{k}={item[k]}" for k in keys if k in item) + "}"
+    text = ", ".join(f"{k}={item[k]}" for k in keys if k in item)
+    if isinstance(item.get("sessions"), list):
+        text += ", sessions=[" + " ".join(str(x.get("state")) for x in item["sessions"]) + "]"
+    elif isinstance(item.get("sessions"), int):
+        text += f", sessions={item['sessions']}"
+    return "{" + text + "}"
 
 
 class Checker:
@@ -61,8 +66,11 @@ class Checker:
             return row is None and entry is None
         if row is None or entry is None:
             return False
-        return (all(row.get(k) == v for k, v in want.items())
-                and all(entry.get(k) == want[k] for k in ("state", "count") if k in want))
+        # "sessions": how many hook sessions the row lists, checked once rows carry them.
+        row_ok = all(row.get(k) == v for k, v in want.items() if k != "sessions")
+        if "sessions" in want and "sessions" in row:
+            row_ok = row_ok and len(row["sessions"]) == want["sessions"]
+        return row_ok and all(entry.get(k) == want[k] for k in ("state", "count") if k in want)
 
     def expect(self, step, want, timeout, during=None, what=""):
         """Passes once both reports match `want` (None: no row at all) while `during` holds."""
@@ -205,7 +213,8 @@ def claude(sb, rep):
     tmux.wait_screen(r"\? for shortcuts", 60)
     sb.wait_event("SessionStart", t, 20)
     start_auto(sb, rep)
-    check.expect("a fresh session is a known idle session", {"count": 1, "state": "idle", "viaHooks": True},
+    check.expect("a fresh session is a known idle session",
+                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
                  IN_PERIOD)
 
     # Turn 1: a tool that needs no permission.
@@ -233,7 +242,8 @@ def claude(sb, rep):
                  20, during=tool_alive(work(20)), what="(tool running)")
     stop = sb.wait_event("Stop", t, 60)
     turn_end = stop["t"]
-    check.expect("idle after the turn", {"count": 1, "state": "idle", "viaHooks": True}, IN_PERIOD)
+    check.expect("idle after the turn", {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
+                 IN_PERIOD)
 
     # Claude reminds the user 60 s after a turn ("idle_prompt"); that is not a question.
     check.hold("still idle 70 s after the turn, idle_prompt included", {"count": 1, "state": "idle"},
@@ -248,7 +258,8 @@ def claude(sb, rep):
     tmux.type("/clear")
     sb.wait_event("SessionStart", t, 20, source="clear")
     time.sleep(2)
-    check.expect("a known idle session after /clear", {"count": 1, "state": "idle", "viaHooks": True},
+    check.expect("a known idle session after /clear",
+                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
                  OUT_OF_PERIOD)
 
     t = time.time()
@@ -399,7 +410,7 @@ def codex(sb, rep):
     check.expect("working again after approval (tool still running)", {"count": 1, "state": "working"},
                  20, during=tool_alive(work(20)), what="(tool running)")
     turn_end = sb.wait_event("Stop", t, 60)["t"]
-    check.expect("idle after the turn", {"count": 1, "state": "idle"}, IN_PERIOD)
+    check.expect("idle after the turn", {"count": 1, "state": "idle", "sessions": 1}, IN_PERIOD)
 
     # /clear: Codex's daemon sends the old session's SessionEnd about a minute later.
     t = time.time()
@@ -499,7 +510,8 @@ def main():
             for e in sb.events():
                 print("  event", json.dumps(e), flush=True)
             print("  duskwelld log:\n" + sb.daemon_log()[-3000:], flush=True)
-        sb.close(keep=args.keep or failed)
+        left = sb.close(keep=args.keep or failed)
+    rep.step("nothing of the scenario left running", not left, "; ".join(left) or "none")
     return rep.finish()
 
 
