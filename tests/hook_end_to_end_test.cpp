@@ -501,7 +501,7 @@ TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
 
     const auto connect = runCli({"connect", "codex"}, env, h.home);
     ASSERT_EQ(connect.status, 0) << connect.errors;
-    EXPECT_NE(connect.output.find("review and trust"), std::string::npos) << connect.output;
+    EXPECT_NE(connect.output.find("choose Trust"), std::string::npos) << connect.output;
     EXPECT_EQ(readFile(h.home + "/.duskwell/hook"), readFile(kHook)) << "the shipped program beside the command";
     EXPECT_EQ(fs::status(h.home + "/.duskwell/hook").permissions() & fs::perms::all, static_cast<fs::perms>(0755));
 

@@ -12,6 +12,7 @@
 #include "agents/agent_monitor.h"
 #include "cli_command.h"
 #include "core/localization.h"
+#include "integration/agent_integration.h"
 
 namespace duskwell::cli {
 namespace {
@@ -63,9 +64,34 @@ std::string pad(const std::string& s, size_t width) {
     return w >= width ? s + " " : s + std::string(width - w, ' ');
 }
 
+// How a kind's hooks stand: "connected", "untrusted" (Codex has not been told to run
+// them yet), "off"; nothing for kinds without hooks.
+std::optional<std::string> hookStatus(AgentKind kind) {
+    if (!kind.supportsHooks()) return std::nullopt;
+    if (!AgentIntegration::isInstalled(kind)) return "off";
+    return AgentIntegration::awaitsTrust(kind) ? "untrusted" : "connected";
+}
+
+std::string hooksText(const AgentItem& item) {
+    if (item.viaHooks) return T("예", "yes");
+    if (hookStatus(item.kind) == "untrusted") return T("신뢰 전", "untrusted");
+    return T("아니요", "no");
+}
+
+void printTrustNotes(std::ostream& out) {
+    for (AgentKind kind : AgentKind::allCases()) {
+        if (!AgentIntegration::awaitsTrust(kind)) continue;
+        out << "\n"
+            << T(std::string(kind.title()) + " 훅이 연결되었지만 아직 신뢰되지 않았습니다. ",
+                 std::string(kind.title()) + " hooks are connected but not trusted yet. ")
+            << AgentIntegration::trustHint(kind).value_or("") << "\n";
+    }
+}
+
 void printTable(const AgentSnapshot& snap, std::ostream& out) {
     if (snap.items.empty()) {
         out << T("감지된 에이전트가 없습니다.", "No agents detected.") << "\n";
+        printTrustNotes(out);
         return;
     }
     const std::vector<std::string> head = {T("에이전트", "AGENT"), T("개수", "COUNT"), T("상태", "STATE"),
@@ -74,7 +100,7 @@ void printTable(const AgentSnapshot& snap, std::ostream& out) {
     for (const auto& item : snap.items) {
         rows.push_back({std::string(item.kind.title()), std::to_string(item.count), stateText(item.state),
                         item.since ? localClock(*item.since) : "-",
-                        item.viaHooks ? T("예", "yes") : T("아니요", "no")});
+                        hooksText(item)});
     }
     std::vector<size_t> widths(head.size(), 0);
     for (const auto& r : rows)
@@ -85,17 +111,28 @@ void printTable(const AgentSnapshot& snap, std::ostream& out) {
         out << line << "\n";
     }
     if (snap.gpu) out << "\nGPU " << *snap.gpu << "%\n";
+    printTrustNotes(out);
 }
 
 nlohmann::json toJson(const AgentSnapshot& snap) {
     auto rows = nlohmann::json::array();
     for (const auto& item : snap.items) {
-        rows.push_back({{"kind", std::string(item.kind.rawValue())},
-                        {"name", std::string(item.kind.title())},
-                        {"count", item.count},
-                        {"state", std::string(item.state.rawValue())},
-                        {"viaHooks", item.viaHooks},
-                        {"since", item.since ? nlohmann::json(isoUtc(*item.since)) : nlohmann::json(nullptr)}});
+        auto sessions = nlohmann::json::array();
+        for (const auto& s : snap.sessions) {
+            if (s.kind != item.kind) continue;
+            sessions.push_back({{"id", s.id},
+                                {"state", std::string(s.state.rawValue())},
+                                {"project", s.project ? nlohmann::json(*s.project) : nlohmann::json(nullptr)}});
+        }
+        nlohmann::json row = {{"kind", std::string(item.kind.rawValue())},
+                              {"name", std::string(item.kind.title())},
+                              {"count", item.count},
+                              {"state", std::string(item.state.rawValue())},
+                              {"viaHooks", item.viaHooks},
+                              {"since", item.since ? nlohmann::json(isoUtc(*item.since)) : nlohmann::json(nullptr)},
+                              {"sessions", std::move(sessions)}};
+        if (const auto hooks = hookStatus(item.kind)) row["hooks"] = *hooks;
+        rows.push_back(std::move(row));
     }
     return rows;
 }

@@ -32,13 +32,7 @@ int runConnect(Direction direction, const std::vector<std::string>& args) {
     const std::string file = AgentIntegration::configFile(*kind).value_or("");
     if (direction == Direction::connect) {
         std::cout << T(title + " 연결됨: " + file, title + " connected: " + file) << "\n";
-        if (*kind == AgentKind::codex) {
-            std::cout << T("Codex는 새 훅을 실행하기 전에 검토하고 신뢰할지 묻습니다. "
-                           "다음에 Codex를 열 때 Duskwell 훅을 승인해 주세요.",
-                           "Codex asks you to review and trust new hooks before it runs them: "
-                           "approve the Duskwell hook the next time you open Codex.")
-                      << "\n";
-        }
+        if (const auto hint = AgentIntegration::trustHint(*kind)) std::cout << *hint << "\n";
     } else {
         std::cout << T(title + " 연결 해제됨", title + " disconnected") << "\n";
     }

@@ -31,6 +31,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agents/agent_kind.h"
+#include "agents/process_shape.h"
 #include "integration/hook_record.h"
 
 namespace {
@@ -88,9 +89,10 @@ struct Event {
     std::optional<std::string> name;
     std::optional<std::string> sessionId;
     std::optional<std::string> cwd;
+    std::optional<std::string> notificationType;
 };
 
-// Collects the three top-level strings without building the document.
+// Collects the top-level strings we use without building the document.
 class FieldCollector final : public nlohmann::json_sax<nlohmann::json> {
 public:
     explicit FieldCollector(Event& event) : event_(event) {}
@@ -107,6 +109,7 @@ public:
         if (key_ == "hook_event_name") slot = &event_.name;
         else if (key_ == "session_id") slot = &event_.sessionId;
         else if (key_ == "cwd") slot = &event_.cwd;
+        else if (key_ == "notification_type") slot = &event_.notificationType;
         if (slot && !*slot) *slot = value;
         return true;
     }
@@ -252,24 +255,23 @@ std::optional<Proc> inspect(pid_t pid) {
 
 #endif
 
-bool isKind(const Proc& p, AgentKind kind) {
-    // The resolved executable can be a versioned file behind a "claude" link, so the
-    // kernel's name and argv[0] get a say too.
-    if (AgentKind::match(p.exe, p.args) == kind) return true;
-    if (AgentKind::match(p.comm, p.args) == kind) return true;
-    const std::string argv0 = p.args.substr(0, p.args.find(' '));
-    return AgentKind::match(argv0, p.args) == kind;
-}
-
-// The agent that started us: the nearest ancestor of its kind (the agent may run us
-// through `sh -c` or a login shell), else our parent.
+// The agent that started us: the nearest ancestor of its kind (the agent may run us through
+// `sh -c` or a login shell), else our parent. For Codex that is its app-server daemon, which
+// runs the session's hooks and tools and may serve a UI that is not its parent; the app
+// ties the record to the UI.
 pid_t agentPid(AgentKind kind) {
     const pid_t parent = getppid();
     pid_t pid = parent;
     for (int depth = 0; depth < 64 && pid > 1; ++depth) {
         const auto p = inspect(pid);
         if (!p) break;
-        if (isKind(*p, kind)) return pid;
+        duskwell::ProcessInfo info;
+        info.pid = pid;
+        info.exe = p->exe;
+        info.comm = p->comm;
+        info.args = p->args;
+        if (const auto m = duskwell::matchProcess(info); m && m->kind == kind && m->role != duskwell::ProcessRole::sandbox)
+            return pid;
         pid = p->ppid;
     }
     return parent;
@@ -312,9 +314,10 @@ bool moveIntoPlace(const std::string& tmp, const std::string& path) {
 void keepRecord(const std::string& sessions, const std::string& name, const Event& event,
                 AgentKind kind) {
     const std::string path = sessions + "/" + name;
-    if (*event.name == "SessionEnd") {
-        unlink(path.c_str());
-        return;
+    switch (HookRecord::effectOf(*event.name, event.notificationType)) {
+        case HookRecord::HookEffect::ignore: return;
+        case HookRecord::HookEffect::remove: unlink(path.c_str()); return;
+        case HookRecord::HookEffect::record: break;
     }
     const double now = unixNow();
     const std::string start =

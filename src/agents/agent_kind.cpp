@@ -69,17 +69,22 @@ std::optional<AgentKind> AgentKind::match(std::string_view exe, std::string_view
     if (name == "llama-server" || name == "llama-cli" || name == "llama-run") return llamacpp;
     if (startsWith(name, "ollama")) return ollama;
 
+    const bool jsHost = startsWith(name, "node") || startsWith(name, "bun");
+    const bool pythonHost = startsWith(name, "python") || startsWith(name, "Python") || name == "uv";
+    // Every process of every scan comes through here: only script hosts pay for the copy.
+    if (!jsHost && !pythonHost) return std::nullopt;
     std::string largs(args);
     std::transform(largs.begin(), largs.end(), largs.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
 
-    if (startsWith(name, "node") || startsWith(name, "bun")) {
+    if (jsHost) {
         if (contains(largs, "gemini-cli")) return gemini;
         if (contains(largs, "/bin/gemini")) return gemini;
+        if (contains(largs, "/.bin/gemini")) return gemini;  // a local npm install
         if (contains(largs, "@anthropic-ai/claude-code")) return claude;
         if (contains(largs, "@openai/codex")) return codex;
     }
-    if (!(startsWith(name, "python") || startsWith(name, "Python") || name == "uv")) return std::nullopt;
+    if (!pythonHost) return std::nullopt;
     if (contains(largs, "mlx_lm") || contains(largs, "mlx-lm") || contains(largs, "mlx_vlm")) return mlx;
     if (contains(largs, "comfyui")) return comfyui;
     if (contains(largs, "vllm")) return vllm;

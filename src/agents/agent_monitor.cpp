@@ -1,7 +1,5 @@
 #include "agents/agent_monitor.h"
 
-#include <unordered_set>
-
 #include "agents/agent_scan.h"
 #include "agents/session_records.h"
 #include "core/clock.h"
@@ -16,10 +14,7 @@ struct AgentMonitor::State {
 
     AgentSnapshot scanNow() {
         const ProcessTable table = services().processes->sample();
-        std::unordered_set<std::int32_t> pids;
-        pids.reserve(table.processes.size());
-        for (const auto& p : table.processes) pids.insert(p.pid);
-        const auto sessions = readSessions([&](std::int32_t pid) { return pids.count(pid) > 0; });
+        const auto sessions = readSessions(sessionLiveness(table));
         ScanResult r = classify(table, sessions, memory, services().clock->now());
         memory = std::move(r.memory);
         return std::move(r.snapshot);

@@ -18,13 +18,20 @@ ProcessTable syntheticTable() {
     ProcessTable t;
     const char* names[] = {"/usr/bin/bash", "/usr/lib/systemd/systemd", "/usr/bin/ssh", "/usr/sbin/cron",
                            "/usr/bin/python3.11", "/usr/bin/node", "/opt/app/worker"};
-    t.processes.push_back({1, 0, 0.1, "/sbin/init", "", 1000});
+    ProcessInfo init;
+    init.pid = 1;
+    init.cpu = 0.1;
+    init.exe = init.args = init.comm = "/sbin/init";
+    init.netBytes = 1000;
+    t.processes.push_back(init);
     for (int i = 2; i <= 500; ++i) {
         ProcessInfo p;
         p.pid = i;
         p.ppid = i < 20 ? 1 : 1 + (i % 19);
         p.cpu = (i % 7) * 0.4;
         p.exe = names[i % 7];
+        p.args = p.exe + " --serve";  // every command line is read now
+        p.comm = p.exe.substr(p.exe.rfind('/') + 1).substr(0, 15);
         if (i % 7 == 4) p.args = "/usr/bin/python3.11 -m some.module --port " + std::to_string(i) + " --verbose";
         if (i % 7 == 5) p.args = "node /srv/app/server.js --flag " + std::to_string(i);
         p.netBytes = i * 1000;

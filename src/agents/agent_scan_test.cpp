@@ -128,12 +128,126 @@ TEST(ScanTrees, UnrelatedInstancesShareOneRow) {
     EXPECT_FALSE(r.snapshot.items[0].viaHooks);
 }
 
-TEST(ScanTrees, OnlyTheImmediateParentIsExamined) {
-    // claude -> zsh -> claude: the grandchild is a root of its own.
-    const auto r = classify(table({shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 0, "/bin/zsh"),
-                                   proc(12, 11, 0, "/bin/claude")}),
-                            {}, {}, t0);
-    EXPECT_EQ(r.snapshot.items.at(0).count, 2);
+ProcessInfo named(std::int32_t pid, std::int32_t ppid, double cpu, std::string exe, std::string comm,
+                  std::string args, std::optional<Date> started = std::nullopt) {
+    ProcessInfo p = proc(pid, ppid, cpu, std::move(exe), std::move(args));
+    p.comm = std::move(comm);
+    p.started = started;
+    return p;
+}
+
+// Process trees of real agents; each case is one the immediate-parent rule, the one-name
+// match or the pid-only session link got wrong.
+TEST(ScanShapes, RealTreesCountEachSessionOnceWithTheRightState) {
+    struct Case {
+        const char* what;
+        std::vector<ProcessInfo> ps;
+        std::vector<SessionRecord> sessions;
+        AgentKind kind;
+        int count;
+        AgentState state;
+    };
+    const auto sandbox = [](std::int32_t pid, std::int32_t ppid) {
+        return named(pid, ppid, 0, "/x/codex", "codex-linux-san", "codex-linux-sandbox --policy p -- bash -c t");
+    };
+    const auto daemon = [](std::int32_t pid, std::int32_t ppid, double cpu = 0) {
+        return named(pid, ppid, cpu, "/x/codex", "codex", "/x/codex app-server --managed-daemon");
+    };
+    const auto waitingAt = [](AgentKind kind, std::int32_t pid) {
+        return session(kind, pid, AgentState::waiting, std::string(kind.rawValue()) + "-s");
+    };
+    const Case cases[] = {
+        {"claude -> zsh -> claude is one agent",
+         {shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 0, "/bin/zsh"), proc(12, 11, 0, "/bin/claude")},
+         {}, AgentKind::claude, 1, AgentState::idle},
+        {"codex exec's tool under two sandbox layers is the session's work, not a second codex",
+         {shell, named(10, 1, 0.5, "/x/codex", "codex", "/x/codex exec hi"), sandbox(11, 10),
+          named(12, 11, 0, "/usr/bin/bwrap", "bwrap", "bwrap -- codex-linux-sandbox"), sandbox(13, 12),
+          named(14, 13, 80, "/usr/bin/make", "make", "make -j2")},
+         {}, AgentKind::codex, 1, AgentState::working},
+        {"a daemon left behind by a closed UI is not an agent, however busy",
+         {shell, daemon(40, 1, 30), named(41, 40, 0, "/x/codex", "codex", "/x/codex app-server daemon pid-update-loop")},
+         {}, AgentKind::codex, 0, AgentState::idle},
+        {"a UI's daemon belongs to the UI's tree",
+         {shell, named(20, 1, 0, "/usr/bin/node", "node", "node /n/@openai/codex/bin/codex.js"),
+          named(21, 20, 0, "/x/codex", "codex", "/x/codex"), daemon(22, 21)},
+         {}, AgentKind::codex, 1, AgentState::idle},
+        {"a session recorded on the UI's daemon stands for the UI",
+         {shell, named(21, 1, 9, "/x/codex", "codex", "/x/codex"), daemon(22, 21)},
+         {session(AgentKind::codex, 22, AgentState::idle, "codex-a")}, AgentKind::codex, 1, AgentState::idle},
+        {"a session on a reused daemon stands for the UI that has none",
+         {shell, daemon(22, 1), named(30, 1, 9, "/x/codex", "codex", "/x/codex")},
+         {session(AgentKind::codex, 22, AgentState::idle, "codex-b")}, AgentKind::codex, 1, AgentState::idle},
+        {"a codex session never stands for a claude tree that holds its daemon",
+         {shell, proc(10, 1, 0, "/bin/claude"), named(11, 10, 0, "/x/codex", "codex", "/x/codex"), daemon(12, 11)},
+         {session(AgentKind::codex, 12, AgentState::idle, "codex-c")}, AgentKind::claude, 1, AgentState::idle},
+        {"waiting, and a tool started after the question: the user answered",
+         {shell, proc(10, 1, 0, "/bin/claude"), named(11, 10, 0, "/bin/bash", "bash", "bash -c sleep 20", addSeconds(t0, 5))},
+         {waitingAt(AgentKind::claude, 10)}, AgentKind::claude, 1, AgentState::working},
+        {"waiting with only older children (an MCP server) and our hook's shell: still waiting",
+         {shell, proc(10, 1, 0, "/bin/claude"),
+          named(11, 10, 0, "/usr/bin/node", "node", "node mcp.js", addSeconds(t0, -300)),
+          named(12, 10, 0, "/bin/sh", "sh", "/bin/sh -c /h/.duskwell/hook claude", addSeconds(t0, 6))},
+         {waitingAt(AgentKind::claude, 10)}, AgentKind::claude, 1, AgentState::waiting},
+        {"another hook of the same event starting with ours is not an answer",
+         {shell, proc(10, 1, 0, "/bin/claude"), named(11, 10, 0, "/bin/sh", "sh", "sh -c notify-send x", addSeconds(t0, 0.4))},
+         {waitingAt(AgentKind::claude, 10)}, AgentKind::claude, 1, AgentState::waiting},
+        {"Codex runs the approved tool under its daemon",
+         {shell, named(21, 1, 0, "/x/codex", "codex", "/x/codex"), daemon(22, 21),
+          named(23, 22, 0, "/bin/bash", "bash", "bash -c cargo test", addSeconds(t0, 3))},
+         {waitingAt(AgentKind::codex, 22)}, AgentKind::codex, 1, AgentState::working},
+    };
+    for (const auto& c : cases) {
+        const auto r = classify(table(c.ps), c.sessions, {}, t0);
+        const AgentItem* item = row(r.snapshot, c.kind);
+        if (c.count == 0) {
+            EXPECT_EQ(item, nullptr) << c.what;
+            continue;
+        }
+        ASSERT_NE(item, nullptr) << c.what;
+        EXPECT_EQ(item->count, c.count) << c.what;
+        EXPECT_EQ(item->state, c.state) << c.what;
+        for (const auto& s : r.snapshot.sessions) {
+            if (s.kind == c.kind) { EXPECT_EQ(s.state, c.state) << c.what << ": the session shows it too"; }
+        }
+    }
+}
+
+TEST(ScanShapes, AWorkingSessionWithNoSignOfWorkForTenMinutesIsIdle) {
+    // Claude Code sends nothing when the user interrupts a turn: the record says working.
+    const auto working = session(AgentKind::claude, 10, AgentState::working, "claude-x");
+    const auto stateAfter = [&](const std::vector<ProcessInfo>& later, std::int64_t laterNet) {
+        ScanMemory memory = classify(table({shell, proc(10, 1, 0, "/bin/claude", "", 500)}), {working}, {}, t0).memory;
+        auto ps = later;
+        ps[1].netBytes = laterNet;
+        for (double minutes : {5.0, 10.0}) {
+            const auto r = classify(table(ps), {working}, memory, addSeconds(t0, minutes * 60));
+            memory = r.memory;
+            if (minutes == 10.0) return r.snapshot.items.at(0).state;
+            EXPECT_EQ(r.snapshot.items.at(0).state, AgentState::working) << "five minutes are not enough";
+        }
+        return AgentState(AgentState::idle);
+    };
+    const auto claude = proc(10, 1, 0.2, "/bin/claude");
+    EXPECT_EQ(stateAfter({shell, claude}, 500), AgentState::idle);
+    EXPECT_EQ(stateAfter({shell, claude, named(11, 10, 0, "/bin/bash", "bash", "bash -c sleep 900", addSeconds(t0, 1))}, 500),
+              AgentState::working)
+        << "a quiet tool of this step still runs";
+    EXPECT_EQ(stateAfter({shell, claude}, 500 + 4096), AgentState::working) << "bytes still flow";
+    EXPECT_EQ(stateAfter({shell, proc(10, 1, 4.0, "/bin/claude")}, 500), AgentState::working) << "CPU";
+}
+
+TEST(ScanShapes, ADaemonsSessionLivesOnlyWhileAnAgentOfItsKindRuns) {
+    const auto daemon = named(22, 1, 0, "/x/codex", "codex", "/x/codex app-server --managed-daemon");
+    const auto ui = named(30, 1, 0, "/x/codex", "codex", "/x/codex");
+    const auto claude = proc(10, 1, 0, "/bin/claude");
+    const auto alone = sessionLiveness(table({shell, daemon, claude}));
+    EXPECT_FALSE(alone(22)) << "the UI is gone: the session ended with it";
+    EXPECT_TRUE(alone(10));
+    EXPECT_FALSE(alone(99));
+    const auto withUi = sessionLiveness(table({shell, daemon, ui}));
+    EXPECT_TRUE(withUi(22));
+    EXPECT_TRUE(withUi(30));
 }
 
 TEST(ScanTrees, AChildOfAnotherKindIsItsOwnRootAndAlsoInItsParentsTree) {
@@ -215,13 +329,13 @@ TEST(ScanSort, WorkingThenWaitingThenIdleAndTitlesByteByByte) {
                           proc(14, 1, 0, "/x/codex"),
                           proc(15, 1, 9, "/x/aider"),
                           proc(16, 1, 9, "/x/opencode"),
-                          proc(17, 1, 0, "ollama")});
-    const auto r = classify(t, {session(AgentKind::claude, 13, AgentState::waiting, "claude-9")}, {}, t0);
+                          proc(17, 1, 0, "ollama"),
+                          proc(18, 1, 50, "/x/claude")});
+    const auto r = classify(t, {session(AgentKind::claude, 18, AgentState::waiting, "claude-9")}, {}, t0);
     std::vector<std::string> order;
     for (const auto& i : r.snapshot.items) order.emplace_back(i.kind.title());
-    // Goose (pid 13) is hooked as a claude session, so no Goose row.
-    EXPECT_EQ(order, (std::vector<std::string>{"Aider", "OpenCode", "Claude Code", "Codex", "Ollama", "llama.cpp",
-                                               "vLLM"}));
+    EXPECT_EQ(order, (std::vector<std::string>{"Aider", "OpenCode", "Claude Code", "Codex", "Goose", "Ollama",
+                                               "llama.cpp", "vLLM"}));
 }
 
 TEST(ScanSnapshot, NothingFoundIsTheEmptySnapshot) {

@@ -63,6 +63,21 @@ std::optional<Stat> parseStat(std::string_view text) {
     return s;
 }
 
+std::optional<double> parseBootTime(std::string_view text) {
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string_view::npos) end = text.size();
+        const auto line = text.substr(start, end - start);
+        start = end + 1;
+        if (line.substr(0, 6) != "btime ") continue;
+        std::int64_t v = 0;
+        if (!parseNumber(line.substr(6), v) || v <= 0) return std::nullopt;
+        return static_cast<double>(v);
+    }
+    return std::nullopt;
+}
+
 std::optional<std::int64_t> parseIoBytes(std::string_view text) {
     std::optional<std::int64_t> rchar, wchar;
     size_t start = 0;

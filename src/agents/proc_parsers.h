@@ -22,6 +22,9 @@ struct Stat {
 // hold ") (". Nothing when the text is cut short or malformed.
 std::optional<Stat> parseStat(std::string_view text);
 
+// The "btime" line of /proc/stat: when the machine booted, in seconds since 1970.
+std::optional<double> parseBootTime(std::string_view text);
+
 // rchar + wchar of /proc/<pid>/io: every byte the process read or wrote through system
 // calls, sockets included (read_bytes/write_bytes count only storage, never the network).
 std::optional<std::int64_t> parseIoBytes(std::string_view text);

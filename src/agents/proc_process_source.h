@@ -24,9 +24,9 @@ struct ProcSourceOptions {
 
 // Each sample measures CPU as the utime+stime ticks used since the previous sample divided
 // by the wall time between them, in percent of one core; a process's first sample reads 0.
-// Kernel threads are left out. Command lines are read only for script hosts (node*, bun*,
-// python*, Python*, uv): every other name classifies without one. The executable is read
-// once per process (again only after an exec). The byte counter is rchar + wchar of
+// Kernel threads are left out. The executable and the command line are read once per
+// process (again only after an exec), a script host's command line (node*, bun*, python*,
+// Python*, uv) at every sample. Start times count from /proc/stat's btime. The byte counter is rchar + wchar of
 // /proc/<pid>/io, read only for the processes of trees rooted at a recognised agent (the
 // only ones a scan sums); the others have none. Processes that vanish or cannot be read
 // mid-scan are skipped. Call from one thread at a time (the monitor's queue).

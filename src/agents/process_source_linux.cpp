@@ -10,7 +10,7 @@
 #include <sstream>
 #include <unordered_map>
 
-#include "agents/agent_kind.h"
+#include "agents/process_shape.h"
 #include "agents/proc_parsers.h"
 #include "agents/proc_process_source.h"
 #include "core/text.h"
@@ -139,6 +139,8 @@ public:
         if (options_.ticksPerSecond <= 0) options_.ticksPerSecond = ::sysconf(_SC_CLK_TCK);
         if (options_.ticksPerSecond <= 0) options_.ticksPerSecond = 100;
         if (!options_.nvidiaSmi) options_.nvidiaSmi = findOnPath("nvidia-smi").value_or("");
+        std::string text;
+        if (readFile(options_.procRoot + "/stat", text, 64 * 1024)) bootTime_ = ProcParsers::parseBootTime(text);
     }
 
     ProcessTable sample() override {
@@ -170,7 +172,7 @@ public:
                 const auto stat = ProcParsers::parseStat(text);
                 if (!stat || stat->pid != listed) continue;
                 if (stat->kernelThread()) {  // never an agent; kept only for its descriptor
-                    current[listed] = {0, stat->startTime, {}, {}, std::move(statFd)};
+                    current[listed] = {0, stat->startTime, {}, {}, {}, std::move(statFd)};
                     continue;
                 }
 
@@ -184,16 +186,23 @@ public:
                                            static_cast<double>(options_.ticksPerSecond);
                     p.cpu = seconds / wall * 100.0;
                 }
-                // The executable changes only with exec, which renames comm too: a process
-                // seen before under the same name keeps the executable read then.
-                if (same && prev->second.comm == stat->comm) {
-                    p.exe = prev->second.exe;
-                } else {
-                    p.exe = ProcParsers::chooseExecutable(readLink(base + "/exe"), stat->comm);
-                }
-                if (ProcParsers::isScriptHost(baseName(p.exe)) && readFile(base + "/cmdline", text, 64 * 1024))
+                // The executable and the command line change only with exec, which renames
+                // comm too: a process seen before under the same name keeps what was read
+                // then. A script host's arguments are read again every time, since they
+                // name what it runs.
+                p.comm = stat->comm;
+                const bool known = same && prev->second.comm == stat->comm;
+                p.exe = known ? prev->second.exe
+                              : ProcParsers::chooseExecutable(readLink(base + "/exe"), stat->comm);
+                if (known && !ProcParsers::isScriptHost(baseName(p.exe))) {
+                    p.args = prev->second.args;
+                } else if (readFile(base + "/cmdline", text, 64 * 1024)) {
                     p.args = ProcParsers::joinCmdline(text);
-                current[stat->pid] = {stat->cpuTicks, stat->startTime, stat->comm, p.exe, std::move(statFd)};
+                }
+                if (bootTime_)
+                    p.started = dateFromUnix(*bootTime_ + static_cast<double>(stat->startTime) /
+                                                              static_cast<double>(options_.ticksPerSecond));
+                current[stat->pid] = {stat->cpuTicks, stat->startTime, stat->comm, p.exe, p.args, std::move(statFd)};
                 table.processes.push_back(std::move(p));
             }
         }
@@ -210,6 +219,7 @@ private:
         std::uint64_t startTime = 0;
         std::string comm;
         std::string exe;
+        std::string args;
         Fd statFd;
     };
 
@@ -221,7 +231,7 @@ private:
         for (size_t i = 0; i < table.processes.size(); ++i) {
             const auto& p = table.processes[i];
             children[p.ppid].push_back(i);
-            if (AgentKind::match(p.exe, p.args)) pending.push_back(i);
+            if (matchProcess(p)) pending.push_back(i);
         }
         std::vector<bool> inTree(table.processes.size(), false);
         std::string text;
@@ -269,6 +279,7 @@ private:
     size_t budget_ = descriptorBudget();
     std::unordered_map<std::int32_t, Previous> previous_;
     std::optional<double> previousWall_;
+    std::optional<double> bootTime_;  // seconds since 1970; start times count from it
 };
 
 }  // namespace

@@ -97,7 +97,7 @@ TEST_F(FakeProc, CpuIsTheTickDeltaOverWallTimeNeverTheLifetimeAverage) {
     EXPECT_DOUBLE_EQ(find(source->sample(), 10)->cpu, 0.0);
 }
 
-TEST_F(FakeProc, CommandLinesAreReadOnlyForScriptHosts) {
+TEST_F(FakeProc, CommandLinesAndKernelNamesAreRead) {
     add(1, 0, "init", "/sbin/init", 0);
     add(20, 1, "python3", "/usr/bin/python3.11", 0, std::string("python3\0-m\0mlx_lm.server\0", 25));
     add(21, 1, "vllm", "/usr/bin/python3.11", 0, std::string("/usr/bin/python3\0/venv/bin/vllm\0serve\0", 38));
@@ -106,7 +106,9 @@ TEST_F(FakeProc, CommandLinesAreReadOnlyForScriptHosts) {
     EXPECT_EQ(find(t, 20)->args, "python3 -m mlx_lm.server");
     EXPECT_EQ(find(t, 21)->exe, "/usr/bin/python3.11");
     EXPECT_EQ(find(t, 21)->args, "/usr/bin/python3 /venv/bin/vllm serve");
-    EXPECT_EQ(find(t, 22)->args, "");
+    EXPECT_EQ(find(t, 22)->args, "bash -c mlx_lm");
+    EXPECT_EQ(find(t, 22)->comm, "bash");
+    EXPECT_EQ(find(t, 21)->comm, "vllm");
 }
 
 TEST_F(FakeProc, ByteCountersAreReadForAgentTreesOnly) {

@@ -54,10 +54,11 @@ class PsProcessSource final : public ProcessSource {
 public:
     ProcessTable sample() override {
         const std::string processes = outputOf("/bin/ps", {"-Axo", "pid=,ppid=,pcpu=,comm="});
-        const std::string arguments = outputOf("/bin/ps", {"-Axo", "pid=,args="});
+        const std::string arguments = outputOf("/bin/ps", {"-Axo", "pid=,etime=,args="});
         const std::string nettop = outputOf(
             "/usr/bin/nettop", {"-P", "-L", "1", "-x", "-s", "0", "-J", "bytes_in,bytes_out"});
-        return PsParsers::buildTable(processes, arguments, nettop, gpuUtilization());
+        return PsParsers::buildTable(processes, arguments, nettop, gpuUtilization(),
+                                     std::chrono::system_clock::now());
     }
 };
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "core/date.h"
+
 namespace duskwell {
 
 // One process as a scan sees it.
@@ -15,6 +17,8 @@ struct ProcessInfo {
     std::string exe;            // the executable, usually a full path
     std::string args;           // the whole command line; empty when unknown
     std::optional<std::int64_t> netBytes;  // network (or I/O) byte counter
+    std::string comm;             // the kernel's short name, when the platform has one
+    std::optional<Date> started;  // when the process started, when known
 };
 
 struct ProcessTable {

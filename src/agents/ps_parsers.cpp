@@ -94,13 +94,38 @@ std::vector<ProcessInfo> parseProcesses(std::string_view psOutput) {
     return out;
 }
 
-std::unordered_map<std::int32_t, std::string> parseArguments(std::string_view psOutput) {
-    std::unordered_map<std::int32_t, std::string> out;
+std::optional<double> parseElapsed(std::string_view text) {
+    double days = 0;
+    if (const auto dash = text.find('-'); dash != std::string_view::npos) {
+        const auto d = parseInt64(text.substr(0, dash));
+        if (!d || *d < 0) return std::nullopt;
+        days = static_cast<double>(*d);
+        text.remove_prefix(dash + 1);
+    }
+    const auto parts = Text::split(text, ':', Text::Empty::keep);
+    if (parts.size() < 2 || parts.size() > 3) return std::nullopt;
+    double seconds = 0;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const auto v = parseInt64(parts[i]);
+        // Minutes and seconds stay below 60; hours take any two digits.
+        const bool hours = parts.size() == 3 && i == 0;
+        if (!v || *v < 0 || parts[i].size() > 2 || (!hours && *v >= 60)) return std::nullopt;
+        seconds = seconds * 60 + static_cast<double>(*v);
+    }
+    return days * 86400 + seconds;
+}
+
+std::unordered_map<std::int32_t, Arguments> parseArguments(std::string_view psOutput) {
+    std::unordered_map<std::int32_t, Arguments> out;
     forEachLine(psOutput, [&](std::string_view line) {
         std::string_view rest = line;
         const auto pid = parseInt32(nextField(rest));
         if (!pid) return;
-        out[*pid] = std::string(rest);
+        Arguments a;
+        std::string_view afterAge = rest;
+        if ((a.elapsed = parseElapsed(nextField(afterAge)))) rest = afterAge;
+        a.args = std::string(rest);
+        out[*pid] = std::move(a);
     });
     return out;
 }
@@ -124,13 +149,16 @@ std::unordered_map<std::int32_t, std::int64_t> parseNettop(std::string_view nett
 }
 
 ProcessTable buildTable(std::string_view processes, std::string_view arguments,
-                        std::string_view nettop, std::optional<int> gpu) {
+                        std::string_view nettop, std::optional<int> gpu, Date now) {
     ProcessTable table;
     table.processes = parseProcesses(processes);
     const auto args = parseArguments(arguments);
     const auto net = parseNettop(nettop);
     for (auto& p : table.processes) {
-        if (const auto a = args.find(p.pid); a != args.end()) p.args = a->second;
+        if (const auto a = args.find(p.pid); a != args.end()) {
+            p.args = a->second.args;
+            if (a->second.elapsed) p.started = addSeconds(now, -*a->second.elapsed);
+        }
         if (const auto n = net.find(p.pid); n != net.end()) p.netBytes = n->second;
     }
     table.gpu = gpu;

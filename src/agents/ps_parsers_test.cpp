@@ -41,17 +41,26 @@ TEST(PsProcesses, NothingFromNothing) {
     EXPECT_TRUE(parseProcesses("ps: illegal option -- A\nusage: ps ...\n").empty());
 }
 
-TEST(PsArguments, SplitOnceAtTheFirstBlanks) {
+TEST(PsArguments, ElapsedTimeThenTheWholeCommandLine) {
+    // `ps -Axo pid=,etime=,args=`; a line without the elapsed column keeps its words.
     const auto args = parseArguments(
-        "    1 /sbin/launchd\n"
-        "  777 node   /usr/local/lib/node_modules/@anthropic-ai/claude-code/cli.js --resume  x\n"
+        "    1 3-02:15:07 /sbin/launchd\n"
+        "  777    01:05 node   /usr/local/lib/node_modules/@anthropic-ai/claude-code/cli.js --resume  x\n"
         "  778\n"
+        "  779 10:00:00\n"
+        "  780 /bin/zsh -l\n"
         " oops node x\n");
-    ASSERT_EQ(args.count(1), 1u);
-    EXPECT_EQ(args.at(1), "/sbin/launchd");
-    EXPECT_EQ(args.at(777), "node   /usr/local/lib/node_modules/@anthropic-ai/claude-code/cli.js --resume  x");
-    EXPECT_EQ(args.at(778), "");
-    EXPECT_EQ(args.size(), 3u);
+    ASSERT_EQ(args.size(), 5u);
+    EXPECT_EQ(args.at(1).args, "/sbin/launchd");
+    EXPECT_EQ(args.at(1).elapsed, 3 * 86400 + 2 * 3600 + 15 * 60 + 7);
+    EXPECT_EQ(args.at(777).args, "node   /usr/local/lib/node_modules/@anthropic-ai/claude-code/cli.js --resume  x");
+    EXPECT_EQ(args.at(777).elapsed, 65);
+    EXPECT_EQ(args.at(778).args, "");
+    EXPECT_EQ(args.at(779).elapsed, 36000);
+    EXPECT_EQ(args.at(780).args, "/bin/zsh -l");
+    EXPECT_FALSE(args.at(780).elapsed);
+    for (const char* bad : {"01:60", "1:0x", "-01:00", "1-2-03:04", "01:02:03:04", "", "99:99"})
+        EXPECT_EQ(parseElapsed(bad), std::nullopt) << bad;
 }
 
 TEST(Nettop, NamesAreSplitAtTheLastDotAndRowsEndWithAComma) {
@@ -82,14 +91,18 @@ TEST(Nettop, ALeadingTimeColumnIsNotTakenForAPid) {
 }
 
 TEST(PsTable, TheThreeOutputsJoinByPid) {
-    const auto t = buildTable(kPs, "  999 ollama_llama_server --port 1\n 5000 claude\n",
-                              "ollama_llama_se.999,10,20,\n", 31);
+    const Date now = dateFromUnix(1'000'000);
+    const auto t = buildTable(kPs, "  999 00:10 ollama_llama_server --port 1\n 5000 01:00:00 claude\n",
+                              "ollama_llama_se.999,10,20,\n", 31, now);
     ASSERT_EQ(t.processes.size(), 4u);
     EXPECT_EQ(t.processes[2].args, "ollama_llama_server --port 1");
     EXPECT_EQ(t.processes[2].netBytes, 30);
+    EXPECT_EQ(t.processes[2].started, dateFromUnix(1'000'000 - 10));
     EXPECT_EQ(t.processes[3].args, "claude");
+    EXPECT_EQ(t.processes[3].started, dateFromUnix(1'000'000 - 3600));
     EXPECT_FALSE(t.processes[3].netBytes);
     EXPECT_EQ(t.processes[0].args, "");
+    EXPECT_FALSE(t.processes[0].started);
     EXPECT_EQ(t.gpu, 31);
 }
 

@@ -58,8 +58,14 @@ std::optional<std::string> readUtf8(const fs::path& p) {
 }  // namespace
 
 AgentState stateForHookEvent(std::string_view event) {
-    if (event == "Stop" || event == "SessionStart") return AgentState::idle;
-    if (event == "Notification") return AgentState::waiting;
+    // The turn is over: finished, failed, interrupted, or a fresh session at its prompt.
+    if (event == "Stop" || event == "StopFailure" || event == "SessionStart" || event == "Interrupt")
+        return AgentState::idle;
+    // A question to the user is on screen. The hook records a notification only when it
+    // asks something; reminders never reach a record.
+    if (event == "Notification" || event == "PermissionRequest" || event == "Elicitation")
+        return AgentState::waiting;
+    // The prompt, tool use before and after, model requests, subagents, compaction.
     return AgentState::working;
 }
 

@@ -28,7 +28,9 @@ struct SessionRecord {
     bool operator==(const SessionRecord&) const = default;
 };
 
-// "Stop" and "SessionStart" are idle, "Notification" waits for the user, anything else works.
+// The end of a turn (Stop, StopFailure, Interrupt) and a fresh session (SessionStart) are
+// idle; a question to the user (Notification, PermissionRequest, Elicitation) waits; any
+// other event works.
 AgentState stateForHookEvent(std::string_view event);
 
 // The last path component of a folder path ("/a/b/" -> "b", "/" -> "/").

@@ -53,12 +53,14 @@ TEST_F(SessionRecords, EventsMapToStatesAsTheRecordIsRewritten) {
         EXPECT_EQ(s.size(), 1u);
         return s.empty() ? AgentState(AgentState::idle) : s[0].state;
     };
-    EXPECT_EQ(stateAfter("Notification"), AgentState::waiting);
-    EXPECT_EQ(stateAfter("UserPromptSubmit"), AgentState::working);
-    EXPECT_EQ(stateAfter("PreToolUse"), AgentState::working);
-    EXPECT_EQ(stateAfter("Stop"), AgentState::idle);
-    EXPECT_EQ(stateAfter("SessionStart"), AgentState::idle);
-    EXPECT_EQ(stateAfter("SomethingNewer"), AgentState::working);
+    const std::pair<const char*, AgentState> table[] = {
+        {"Notification", AgentState::waiting},      {"PermissionRequest", AgentState::waiting},
+        {"UserPromptSubmit", AgentState::working},  {"PreToolUse", AgentState::working},
+        {"Stop", AgentState::idle},                 {"Interrupt", AgentState::idle},
+        {"StopFailure", AgentState::idle},          {"SessionStart", AgentState::idle},
+        {"PostModelRequest", AgentState::working},  {"SomethingNewer", AgentState::working},
+    };
+    for (const auto& [event, state] : table) EXPECT_EQ(stateAfter(event), state) << event;
 }
 
 TEST_F(SessionRecords, TheRecordOfAGoneAgentIsDeleted) {

@@ -42,7 +42,9 @@ IntegrationSectionModel makeIntegration(const AwakeController& c) {
         row.symbol = std::string(kind.symbol());
         row.tint = std::string(kind.tint());
         row.title = std::string(kind.title());
-        if (on) {
+        if (on && AgentIntegration::awaitsTrust(kind)) {
+            row.state = T("연결됨 · " + row.title + "에서 Trust를 선택하세요", "Connected · choose Trust in " + row.title);
+        } else if (on) {
             row.state = T("연결됨 · 훅", "Connected · hooks");
         } else if (!available) {
             row.state = T("설치되지 않음", "Not installed");

@@ -136,6 +136,7 @@ public:
     bool handleURL(const std::string& url);
     void writeStatusFile();
     std::string statusLine() const;
+    std::optional<std::string> waitingText() const;
     std::string describe(const SessionInfo& session, bool running) const;
 
 private:

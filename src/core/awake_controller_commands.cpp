@@ -42,6 +42,24 @@ std::string installError(const std::error_code& ec, const std::string& path) {
 
 // ---- status file ----
 
+// "Claude Code is waiting for you" when one agent waits; a count when several do.
+std::optional<std::string> AwakeController::waitingText() const {
+    int waiting = 0;
+    std::optional<AgentKind> kind;
+    for (const auto& session : agents_.sessions) {
+        if (session.state != AgentState::waiting) continue;
+        ++waiting;
+        kind = session.kind;
+    }
+    if (waiting == 0) return std::nullopt;
+    if (waiting == 1) {
+        const std::string title(kind->title());
+        return T(title + "이(가) 기다리고 있어요", title + " is waiting for you");
+    }
+    const std::string n = std::to_string(waiting);
+    return T("AI 에이전트 " + n + "개가 기다리고 있어요", n + " AI agents are waiting for you");
+}
+
 std::string AwakeController::statusLine() const {
     std::vector<std::string> parts;
 
@@ -50,6 +68,8 @@ std::string AwakeController::statusLine() const {
     } else if (activeMode_ != KeepMode::auto_) {
         if (const auto left = remaining())
             parts.push_back(T("남은 시간 " + shortClock(*left), shortClock(*left) + " left"));
+        else
+            parts.push_back(T("시간 제한 없음", "No time limit"));
     } else {
         std::vector<std::string> working;
         for (const auto& session : agents_.sessions)
@@ -61,9 +81,19 @@ std::string AwakeController::statusLine() const {
             parts.push_back(joined);
         } else if (n >= 1) {
             parts.push_back(T("AI 작업 " + std::to_string(n) + "개 진행 중", std::to_string(n) + " AI tasks running"));
+        } else if (const auto waiting = waitingText()) {
+            parts.push_back(*waiting);
         } else if (const auto idle = idleRemaining()) {
-            parts.push_back(T("모두 조용함 · " + shortClock(*idle) + " 후 잠자기",
-                              "All quiet · sleeping in " + shortClock(*idle)));
+            const std::string sleeping = T(shortClock(*idle) + " 후 잠자기", "sleeping in " + shortClock(*idle));
+            int present = 0;
+            for (const auto& item : agents_.items) present += item.count;
+            if (present == 0) {
+                parts.push_back(T("모두 조용함 · ", "All quiet · ") + sleeping);
+            } else {
+                const std::string count = std::to_string(present);
+                parts.push_back(T("AI 에이전트 " + count + "개 유휴 · ",
+                                  count + (present == 1 ? " AI agent idle · " : " AI agents idle · ")) + sleeping);
+            }
         }
     }
 

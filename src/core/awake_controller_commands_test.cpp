@@ -63,12 +63,12 @@ TEST_F(StatusFile, TimerSessionHasEndButNoCountdown) {
     EXPECT_FALSE(doc.contains("sleepsInSeconds"));
 }
 
-TEST_F(StatusFile, UnlimitedTimerHasNoEndAndNoSessionPart) {
+TEST_F(StatusFile, UnlimitedTimerHasNoEndAndSaysSo) {
     ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=0"));
     const json doc = readStatus();
     EXPECT_EQ(doc["mode"], "timer");
     EXPECT_FALSE(doc.contains("endsAt"));
-    EXPECT_EQ(doc["status"], "");
+    EXPECT_EQ(doc["status"], "No time limit");
 }
 
 TEST_F(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {

@@ -19,12 +19,8 @@ void AwakeController::setIntegration(AgentKind kind, bool on) {
     const auto error = on ? AgentIntegration::install(kind) : AgentIntegration::uninstall(kind);
     if (error) {
         setLastMessage(*error);
-    } else if (on && kind == AgentKind::codex) {
-        // Codex does not run a hook it did not install itself until the user approves it.
-        setLastMessage(T("Codex를 연결했습니다. Codex는 새 훅을 실행하기 전에 검토하고 신뢰할지 묻습니다. "
-                         "다음에 Codex를 열 때 Duskwell 훅을 승인해 주세요.",
-                         "Codex connected. Codex asks you to review and trust new hooks before it runs "
-                         "them: approve the Duskwell hook the next time you open Codex."));
+    } else if (const auto hint = on ? AgentIntegration::trustHint(kind) : std::nullopt) {
+        setLastMessage(T(std::string(kind.title()) + " 연결됨. ", std::string(kind.title()) + " connected. ") + *hint);
     }
     refreshIntegrations();
 }

@@ -58,7 +58,8 @@ TEST(AwakeControllerIntegration, ConnectingCodexTellsTheUserToTrustTheHook) {
     c.setIntegration(AgentKind::codex, true);
     EXPECT_TRUE(c.integrated().at(AgentKind::codex));
     ASSERT_TRUE(c.lastMessage().has_value());
-    EXPECT_NE(c.lastMessage()->find("review and trust"), std::string::npos) << *c.lastMessage();
+    EXPECT_NE(c.lastMessage()->find("shows \"Hooks need review\" once: choose Trust"), std::string::npos)
+        << *c.lastMessage();
 }
 
 TEST(AwakeControllerIntegration, AFailureShowsItsTextAndChangesNothing) {

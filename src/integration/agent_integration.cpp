@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <set>
 #include <sstream>
 #include <system_error>
 
@@ -13,6 +14,7 @@
 #include "core/localization.h"
 #include "core/platform.h"
 #include "core/services.h"
+#include "core/text.h"
 
 namespace duskwell::AgentIntegration {
 namespace {
@@ -20,7 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr int kHookTimeoutSeconds = 5;
+// Seconds an agent gives our hook. Codex cuts some events' limit to 3 s and warns about it
+// at every start, so its entries ask for no more.
+int hookTimeout(AgentKind kind) { return kind == AgentKind::codex ? 3 : 5; }
 
 std::string home() { return services().platform->homeDirectory(); }
 
@@ -49,7 +53,7 @@ std::string errnoText() { return std::generic_category().message(errno); }
 json ownGroup(AgentKind kind) {
     return json{{"hooks", json::array({json{{"type", "command"},
                                             {"command", hookCommand(kind)},
-                                            {"timeout", kHookTimeoutSeconds}}})}};
+                                            {"timeout", hookTimeout(kind)}}})}};
 }
 
 // A group is ours when one of its entries runs our hook, whatever version of the
@@ -154,9 +158,14 @@ std::optional<std::string> configFile(AgentKind kind) {
 }
 
 std::vector<std::string> events(AgentKind kind) {
+    // Every event that changes what the agent does: a session at its prompt, a turn and its
+    // tools, a question to the user and the events that end it, the end of a turn or of the
+    // session. Claude Code rejects hook names it does not know; Codex ignores them.
     if (kind == AgentKind::claude)
-        return {"UserPromptSubmit", "PostToolUse", "Notification", "Stop", "SessionEnd"};
-    return {"UserPromptSubmit", "PostToolUse", "Stop"};
+        return {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
+                "PostToolUseFailure", "Notification", "Stop", "StopFailure", "SessionEnd"};
+    return {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
+            "Stop", "Interrupt", "SessionEnd"};
 }
 
 std::string hookCommand(AgentKind kind) {
@@ -177,6 +186,84 @@ bool isInstalled(AgentKind kind) {
     if (!in) return false;
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     return !in.bad() && text.find(marker) != std::string::npos;
+}
+
+namespace {
+
+// Codex keys its trust entries by the event's snake_case name: PreToolUse -> pre_tool_use.
+std::string snakeCase(std::string_view event) {
+    std::string out;
+    for (const char c : event) {
+        if (c >= 'A' && c <= 'Z') {
+            if (!out.empty()) out.push_back('_');
+            out.push_back(static_cast<char>(c - 'A' + 'a'));
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+bool trustsOwnHooks(const json& hooks, const std::string& hooksPath, const std::string& configToml) {
+    // Trusted keys: the quoted name of each [hooks.state."<file>:<event>:<group>:<entry>"]
+    // table that holds a trusted_hash.
+    std::set<std::string> trusted;
+    std::string table;
+    for (const auto& raw : Text::split(configToml, '\n')) {
+        const std::string line = Text::trim(raw);
+        if (line.rfind('[', 0) == 0) {
+            table.clear();
+            constexpr std::string_view head = "[hooks.state.\"";
+            if (line.rfind(head, 0) == 0) {
+                const auto close = line.find('"', head.size());
+                if (close != std::string::npos) table = line.substr(head.size(), close - head.size());
+            }
+        } else if (!table.empty() && line.rfind("trusted_hash", 0) == 0) {
+            trusted.insert(table);
+        }
+    }
+    const auto events = hooks.find("hooks");
+    if (events == hooks.end() || !events->is_object()) return true;
+    // Only the events Codex knows get a trust entry; it ignores other keys.
+    for (const auto& event : AgentIntegration::events(AgentKind::codex)) {
+        const auto found = events->find(event);
+        if (found == events->end() || !found->is_array()) continue;
+        const json& groups = *found;
+        for (std::size_t g = 0; g < groups.size(); ++g) {
+            const auto entries = groups[g].find("hooks");
+            if (!groups[g].is_object() || entries == groups[g].end() || !entries->is_array()) continue;
+            for (std::size_t e = 0; e < entries->size(); ++e) {
+                const auto command = (*entries)[e].find("command");
+                if (!(*entries)[e].is_object() || command == (*entries)[e].end() || !command->is_string() ||
+                    command->get_ref<const std::string&>().find(marker) == std::string::npos)
+                    continue;
+                const std::string key =
+                    hooksPath + ":" + snakeCase(event) + ":" + std::to_string(g) + ":" + std::to_string(e);
+                if (!trusted.count(key)) return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool awaitsTrust(AgentKind kind) {
+    if (kind != AgentKind::codex || !isInstalled(kind)) return false;
+    const auto file = configFile(kind);
+    json hooks;
+    if (!file || load(*file, hooks)) return false;
+    std::ifstream in(home() + "/.codex/config.toml", std::ios::binary);
+    const std::string toml = in ? std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())
+                                : std::string();
+    return !trustsOwnHooks(hooks, *file, toml);
+}
+
+std::optional<std::string> trustHint(AgentKind kind) {
+    if (kind != AgentKind::codex) return std::nullopt;
+    return T("다음에 Codex를 열면 \"Hooks need review\"가 한 번 표시됩니다. Trust를 선택해야 Duskwell 훅이 동작합니다.",
+             "The next time you open Codex it shows \"Hooks need review\" once: choose Trust, or "
+             "Codex will not run Duskwell's hook.");
 }
 
 std::optional<std::string> load(const std::string& path, json& settings) {

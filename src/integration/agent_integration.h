@@ -28,6 +28,17 @@ bool isAvailable(AgentKind kind);
 // The settings file mentions our hook anywhere.
 bool isInstalled(AgentKind kind);
 
+// Codex runs a hook it did not write itself only once the user trusted it in Codex's own
+// UI ("Hooks need review" → Trust), which records a trust entry per hook in
+// ~/.codex/config.toml. True when our hook is installed and one of its entries has no
+// such entry. We never write those entries ourselves.
+bool awaitsTrust(AgentKind kind);
+// The step left to the user after connecting (Codex's trust), in the user's language.
+std::optional<std::string> trustHint(AgentKind kind);
+// Whether `configToml` trusts every entry of our hook in `hooks` (the parsed hooks.json
+// at `hooksPath`). Pure, for tests.
+bool trustsOwnHooks(const nlohmann::json& hooks, const std::string& hooksPath, const std::string& configToml);
+
 // Each answers the user-facing error text on failure, nothing on success.
 std::optional<std::string> install(AgentKind kind);
 std::optional<std::string> uninstall(AgentKind kind);

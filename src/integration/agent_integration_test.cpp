@@ -1,5 +1,6 @@
 #include "integration/agent_integration.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -34,7 +35,9 @@ struct HookHome {
 };
 
 json ownGroup(const std::string& command) {
-    return json::parse(R"({"hooks":[{"type":"command","command":")" + command + R"(","timeout":5}]})");
+    const int timeout = command.ends_with(" codex") ? 3 : 5;
+    return json::parse(R"({"hooks":[{"type":"command","command":")" + command + R"(","timeout":)" +
+                       std::to_string(timeout) + "}]}");
 }
 
 int ownGroupCount(const json& groups) {
@@ -60,10 +63,13 @@ TEST(AgentIntegrationPaths, NameEachAgentsSettingsFileAndEvents) {
     EXPECT_EQ(AgentIntegration::configFile(AgentKind::claude), h.claudeFile());
     EXPECT_EQ(AgentIntegration::configFile(AgentKind::codex), h.codexFile());
     EXPECT_EQ(AgentIntegration::configFile(AgentKind::gemini), std::nullopt);
-    EXPECT_EQ(AgentIntegration::events(AgentKind::claude),
-              (std::vector<std::string>{"UserPromptSubmit", "PostToolUse", "Notification", "Stop", "SessionEnd"}));
-    EXPECT_EQ(AgentIntegration::events(AgentKind::codex),
-              (std::vector<std::string>{"UserPromptSubmit", "PostToolUse", "Stop"}));
+    // The question to the user and what ends it, a fresh session, the end of a turn.
+    for (const AgentKind kind : {AgentKind(AgentKind::claude), AgentKind(AgentKind::codex)}) {
+        const auto events = AgentIntegration::events(kind);
+        for (const char* e : {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
+                              "Stop", "SessionEnd"})
+            EXPECT_NE(std::find(events.begin(), events.end(), e), events.end()) << kind.rawValue() << " " << e;
+    }
     EXPECT_EQ(AgentIntegration::hookCommand(AgentKind::codex), h.ownCommand("codex"));
 }
 
@@ -95,7 +101,7 @@ TEST(AgentIntegrationInstall, IntoAMissingFileWritesOnlyHooksAndNoBackup) {
     ASSERT_TRUE(settings.is_object());
     EXPECT_EQ(settings.size(), 1u);
     const json& hooks = settings.at("hooks");
-    EXPECT_EQ(hooks.size(), 5u);
+    EXPECT_EQ(hooks.size(), AgentIntegration::events(AgentKind::claude).size());
     for (const auto& event : AgentIntegration::events(AgentKind::claude))
         EXPECT_EQ(hooks.at(event), json::array({ownGroup(h.ownCommand("claude"))})) << event;
     EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup"));
@@ -142,7 +148,8 @@ TEST(AgentIntegrationInstall, KeepsTheUsersHooksAndKeysAndAppendsOurGroupLast) {
     ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
     const json after = h.read(h.claudeFile());
     for (const char* key : {"model", "env", "permissions"}) EXPECT_EQ(after.at(key), before.at(key)) << key;
-    EXPECT_EQ(after["hooks"]["PreToolUse"], before["hooks"]["PreToolUse"]) << "an event we do not hook";
+    ASSERT_EQ(after["hooks"]["PreToolUse"].size(), 2u);
+    EXPECT_EQ(after["hooks"]["PreToolUse"][0], before["hooks"]["PreToolUse"][0]) << "the user's matcher group";
     ASSERT_EQ(after["hooks"]["Stop"].size(), 2u);
     EXPECT_EQ(after["hooks"]["Stop"][0], before["hooks"]["Stop"][0]);
     EXPECT_EQ(after["hooks"]["Stop"][1], ownGroup(h.ownCommand("claude")));
@@ -177,7 +184,7 @@ TEST(AgentIntegrationInstall, TwiceLeavesOneGroupPerEventAndReplacesAnOlderComma
     ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
     ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
     const json hooks = h.read(h.codexFile()).at("hooks");
-    EXPECT_EQ(hooks.size(), 3u);
+    EXPECT_EQ(hooks.size(), AgentIntegration::events(AgentKind::codex).size());
     for (const auto& event : AgentIntegration::events(AgentKind::codex)) EXPECT_EQ(ownGroupCount(hooks.at(event)), 1) << event;
     ASSERT_EQ(hooks.at("Stop").size(), 2u);
     EXPECT_EQ(hooks["Stop"][0]["hooks"][0]["command"], "notify-send done");
@@ -310,7 +317,48 @@ TEST(AgentIntegrationLoad, ABlankFileReadsAsEmptySettings) {
     EXPECT_EQ(AgentIntegration::load(h.codexFile(), settings), std::nullopt);
     EXPECT_EQ(settings, json::object());
     ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
-    EXPECT_EQ(h.read(h.codexFile()).at("hooks").size(), 3u);
+    EXPECT_EQ(h.read(h.codexFile()).at("hooks").size(), AgentIntegration::events(AgentKind::codex).size());
+}
+
+// Codex records trust per entry once the user chose Trust; until then our hook never runs.
+TEST(AgentIntegrationTrust, CodexNeedsATrustEntryForEveryOneOfOurEntries) {
+    HookHome h;
+    fs::create_directories(h.home + "/.codex");
+    writeFile(h.codexFile(), R"({"hooks": {"Stop": [{"hooks": [{"type": "command", "command": "notify-send done"}]}]}})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::codex), std::nullopt);
+    const json hooks = h.read(h.codexFile());
+    EXPECT_EQ(hooks["hooks"]["Stop"][1]["hooks"][0]["timeout"], 3) << "Codex clamps some events to 3 s";
+
+    // The text Codex appends when the user trusts them all (our Stop group comes second).
+    std::string all = "[hooks.state]\n\n";
+    for (const auto& event : AgentIntegration::events(AgentKind::codex)) {
+        std::string snake;
+        for (char c : event) {
+            if (c >= 'A' && c <= 'Z') snake += std::string(snake.empty() ? "" : "_") + char(c - 'A' + 'a');
+            else snake += c;
+        }
+        const int group = event == "Stop" ? 1 : 0;
+        all += "[hooks.state.\"" + h.codexFile() + ":" + snake + ":" + std::to_string(group) + ":0\"]\n" +
+               "trusted_hash = \"sha256:00\"\n\n";
+    }
+    const auto without = [&](const std::string& piece) {
+        std::string t = all;
+        t.erase(t.find(piece), piece.size());
+        return t;
+    };
+    EXPECT_TRUE(AgentIntegration::trustsOwnHooks(hooks, h.codexFile(), all));
+    EXPECT_FALSE(AgentIntegration::trustsOwnHooks(hooks, h.codexFile(), ""));
+    EXPECT_FALSE(AgentIntegration::trustsOwnHooks(hooks, h.codexFile(), without(":stop:1:0\"]\ntrusted_hash")))
+        << "one entry left untrusted";
+    EXPECT_FALSE(AgentIntegration::trustsOwnHooks(hooks, h.codexFile(), without("trusted_hash = \"sha256:00\"\n\n")))
+        << "a table without its hash";
+    EXPECT_FALSE(AgentIntegration::trustsOwnHooks(hooks, h.codexFile() + ".other", all)) << "another file's entries";
+
+    // The same through the files, as `duskwell agents` and the settings page see it.
+    EXPECT_TRUE(AgentIntegration::awaitsTrust(AgentKind::codex));
+    writeFile(h.home + "/.codex/config.toml", "model = \"x\"\n\n" + all);
+    EXPECT_FALSE(AgentIntegration::awaitsTrust(AgentKind::codex));
+    EXPECT_FALSE(AgentIntegration::awaitsTrust(AgentKind::claude)) << "Claude Code runs hooks without asking";
 }
 
 }  // namespace

@@ -44,6 +44,14 @@ std::optional<std::string> fileName(std::string_view kind, std::string_view sess
     return std::string(kind) + "-" + *id;
 }
 
+HookEffect effectOf(std::string_view event, std::optional<std::string_view> notificationType) {
+    if (event == "SessionEnd") return HookEffect::remove;
+    if (event != "Notification") return HookEffect::record;
+    if (notificationType == "permission_prompt" || notificationType == "elicitation_dialog")
+        return HookEffect::record;
+    return HookEffect::ignore;
+}
+
 bool validEvent(std::string_view event) {
     if (event.empty() || event.size() > 64) return false;
     for (char c : event) {

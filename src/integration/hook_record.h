@@ -19,6 +19,18 @@ std::optional<std::string> sanitizeId(std::string_view id);
 // "<kind>-<sanitised id>", or nothing when the id is unusable.
 std::optional<std::string> fileName(std::string_view kind, std::string_view sessionId);
 
+enum class HookEffect {
+    record,  // rewrite the record with this event
+    remove,  // the session is over
+    ignore,  // leave the record as it is
+};
+
+// What an event does to its session's record. SessionEnd removes it. A notification
+// counts only when it puts a question to the user (a permission, an MCP server's
+// question); reminders ("idle_prompt" a minute after every turn, "auth_success") and
+// notifications without a type change nothing, or a finished agent would look busy.
+HookEffect effectOf(std::string_view event, std::optional<std::string_view> notificationType);
+
 // An event name fit for the record's first line: 1-64 characters of [A-Za-z0-9_].
 bool validEvent(std::string_view event);
 

@@ -1,5 +1,7 @@
 #include "integration/hook_record.h"
 
+#include "agents/session_records.h"
+
 #include <gtest/gtest.h>
 
 namespace duskwell {
@@ -52,6 +54,48 @@ TEST(HookRecordText, FindsTheStartOfAnEarlierRecord) {
     EXPECT_EQ(HookRecord::previousStart("Stop 2 7\nstart=soon\n"), std::nullopt);
     EXPECT_EQ(HookRecord::previousStart("Stop 2 7\ncwd=/x\n"), std::nullopt);
     EXPECT_EQ(HookRecord::previousStart(""), std::nullopt);
+}
+
+// Event streams as the real agents send them, through the hook's filter and the reader's
+// mapping: what the user would see after each event.
+TEST(HookRecordStream, RealEventOrdersGiveTheStatesAUserSees) {
+    struct Step {
+        const char* event;
+        std::optional<std::string_view> notification;
+        const char* seen;  // "idle", "waiting", "working", or "gone"
+    };
+    const auto replay = [](const std::vector<Step>& steps) {
+        std::string state = "gone";
+        for (const auto& step : steps) {
+            using namespace HookRecord;
+            switch (effectOf(step.event, step.notification)) {
+                case HookEffect::record: state = stateForHookEvent(step.event).rawValue(); break;
+                case HookEffect::remove: state = "gone"; break;
+                case HookEffect::ignore: break;
+            }
+            EXPECT_EQ(state, step.seen) << "after " << step.event << " " << step.notification.value_or("");
+        }
+    };
+    // Claude Code, interactive: a tool that needs permission, approved, then the reminder
+    // a minute after the turn, which must not turn a finished agent into a waiting one.
+    replay({{"SessionStart", {}, "idle"},
+            {"UserPromptSubmit", {}, "working"},
+            {"PreToolUse", {}, "working"},
+            {"PermissionRequest", {}, "waiting"},
+            {"Notification", "permission_prompt", "waiting"},
+            {"PostToolUse", {}, "working"},
+            {"Stop", {}, "idle"},
+            {"Notification", "idle_prompt", "idle"},
+            {"Notification", "auth_success", "idle"},
+            {"Notification", {}, "idle"},
+            {"Notification", "elicitation_dialog", "waiting"},
+            {"SessionEnd", {}, "gone"}});
+    // Codex: an interrupted turn, then the daemon's late SessionEnd.
+    replay({{"SessionStart", {}, "idle"},
+            {"UserPromptSubmit", {}, "working"},
+            {"PreToolUse", {}, "working"},
+            {"Interrupt", {}, "idle"},
+            {"SessionEnd", {}, "gone"}});
 }
 
 }  // namespace
