@@ -64,13 +64,18 @@ class Checker:
     def matches(row, entry, want):
         if want is None:
             return row is None and entry is None
-        if row is None or entry is None:
+        if row is None:
             return False
-        # "sessions": how many hook sessions the row lists, checked once rows carry them.
-        row_ok = all(row.get(k) == v for k, v in want.items() if k != "sessions")
+        # "sessions" (how many hook sessions the row lists) and "hooks" are checked once rows
+        # carry them; older builds have neither.
+        row_ok = all(row.get(k) == v for k, v in want.items() if k not in ("sessions", "hooks"))
         if "sessions" in want and "sessions" in row:
             row_ok = row_ok and len(row["sessions"]) == want["sessions"]
-        return row_ok and all(entry.get(k) == want[k] for k in ("state", "count") if k in want)
+        if "hooks" in want and "hooks" in row:
+            row_ok = row_ok and row["hooks"] == want["hooks"]
+        if not any(k in want for k in ("state", "count")):
+            return row_ok  # a property of the row alone: duskwelld's entry has no such field
+        return row_ok and entry is not None and all(entry.get(k) == want[k] for k in ("state", "count") if k in want)
 
     def expect(self, step, want, timeout, during=None, what=""):
         """Passes once both reports match `want` (None: no row at all) while `during` holds."""
@@ -195,7 +200,7 @@ def claude(sb, rep):
     tmux.wait_screen(r"\? for shortcuts", 60)
     table = process_table()
     rep.log("claude at rest: " + describe_tree(table, find_processes(r"^claude( |$)", table)))
-    check.expect("seen without hooks", {"count": 1, "viaHooks": False}, OUT_OF_PERIOD)
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, OUT_OF_PERIOD)
     tmux.type("/exit")
     check.expect("gone after /exit (no hooks)", None, OUT_OF_PERIOD)
 
@@ -214,7 +219,7 @@ def claude(sb, rep):
     sb.wait_event("SessionStart", t, 20)
     start_auto(sb, rep)
     check.expect("a fresh session is a known idle session",
-                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
+                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1, "hooks": "connected"},
                  IN_PERIOD)
 
     # Turn 1: a tool that needs no permission.
@@ -353,7 +358,7 @@ def codex(sb, rep):
     codex_ui_ready(tmux)
     table = process_table()
     rep.log("codex at rest: " + describe_tree(table, find_processes(r"(^|/)codex( |$)|app-server", table)))
-    check.expect("seen without hooks", {"count": 1, "viaHooks": False}, OUT_OF_PERIOD)
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, OUT_OF_PERIOD)
     tmux.type("/exit")
     ok, _ = wait_for(lambda: (not find_processes(r"node .*/\.bin/codex"), None), 15)
     daemons = managed_daemons()
