@@ -333,7 +333,7 @@ class Sandbox:
         out = []
         for r in self.records("proxy"):
             who = r.get("from") or {}
-            out.append((r.get("request"), " ".join(who.get("argv") or [])[-80:] or "?"))
+            out.append((r.get("request"), " ".join(who.get("argv") or []) or "?"))
         return out
 
     # -- tmux

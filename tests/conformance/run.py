@@ -13,6 +13,7 @@ place, with a warning. Exit status: 0 every step passed, 1 a step failed.
 import argparse
 import json
 import os
+import re
 import subprocess
 import sys
 import time
@@ -30,9 +31,14 @@ QUIET_SECONDS = 600 / TIME_SCALE
 # every 30 s outside one.
 IN_PERIOD, OUT_OF_PERIOD = 15, 40
 
-# Hosts an agent contacts that no setting switches off; the proxy refuses them and the run
-# reports them. Codex's TUI fetches its announcement tip once per start, whatever the config.
-UNSTOPPABLE = {"codex": {"CONNECT raw.githubusercontent.com:443 HTTP/1.1"}}
+# Requests an agent makes that no setting switches off, with the process that must have sent
+# them; the proxy refuses them and the run lists them. Codex 0.169's TUI fetches its
+# announcement tip at every start, and its daemon's update loop fetches
+# chatgpt.com/codex/install.sh (to run it) 5 minutes after the daemon starts, then hourly.
+UNSTOPPABLE = {"codex": [
+    ("CONNECT raw.githubusercontent.com:443 HTTP/1.1", r"/bin/codex$"),
+    ("CONNECT chatgpt.com:443 HTTP/1.1", r" app-server daemon pid-update-loop$"),
+]}
 
 
 # ---------------------------------------------------------------------------- checks
@@ -168,9 +174,11 @@ def check_period_end(sb, rep, last_turn_end):
 
 
 def check_network(sb, rep, kind):
+    def unstoppable(req, who):
+        return any(req == r and re.search(w, who) for r, w in UNSTOPPABLE.get(kind, []))
     attempts = sb.proxy_attempts()
-    bad = [f"{req} from {who}" for req, who in attempts if req not in UNSTOPPABLE.get(kind, set())]
-    known = [f"{req} from {who}" for req, who in attempts if req in UNSTOPPABLE.get(kind, set())]
+    bad = [f"{req} from {who[-90:]}" for req, who in attempts if not unstoppable(req, who)]
+    known = [f"{req} from {who[-60:]}" for req, who in attempts if unstoppable(req, who)]
     rep.step("nothing but the stand-in was contacted", not bad,
              f"refused: {bad or 'none'}" + (f"; refused, no off switch: {known}" if known else ""))
 

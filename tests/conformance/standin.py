@@ -328,7 +328,7 @@ def _socket_owner(peer_port):
                 if os.readlink(f"/proc/{pid}/fd/{fd}") == f"socket:[{inode}]":
                     with open(f"/proc/{pid}/cmdline", "rb") as c:
                         argv = c.read().split(b"\0")
-                    return {"pid": int(pid), "argv": [a.decode(errors="replace") for a in argv[:3]]}
+                    return {"pid": int(pid), "argv": [a.decode(errors="replace") for a in argv[:-1]][:8]}
         except OSError:
             continue
     return None
