@@ -425,14 +425,18 @@ def codex(sb, rep):
     turn_end = sb.wait_event("Stop", t, 60)["t"]
     check.expect("idle after the turn", {"count": 1, "state": "idle", "sessions": 1}, IN_PERIOD)
 
-    # /clear: Codex's daemon sends the old session's SessionEnd about a minute later.
+    # Left at its prompt, as Claude is (Codex has no idle reminder), then the period must end.
+    check.hold("still idle 70 s after the turn", {"count": 1, "state": "idle"}, turn_end + 70)
+    check_period_end(sb, rep, turn_end)
+
+    # /clear: Codex's daemon sends the old session's SessionEnd about a minute later; the UI
+    # stays open and idle all along, also once its last hook record is gone.
     t = time.time()
     tmux.type("/clear")
     check.hold("a known idle session after /clear, across the late SessionEnd", {"count": 1, "state": "idle"},
-               t + 70)
+               t + 95)
     late = [e for e in sb.events(t) if e.get("hook_event_name") == "SessionEnd"]
-    rep.step("the late SessionEnd really came during that minute", bool(late), f"{late}")
-    check_period_end(sb, rep, turn_end)
+    rep.step("the late SessionEnd really came during that time", bool(late), f"{late}")
 
     t = time.time()
     tmux.type("/exit")
