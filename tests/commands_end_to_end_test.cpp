@@ -27,7 +27,7 @@ protected:
     json status() { return json::parse(home.cli({"status", "--json"}).output); }
 };
 
-TEST_F(CommandsEndToEnd, WithoutTheAppEveryCommandExitsOneAndSaysSo) {
+TEST_F(CommandsEndToEnd, WithoutTheAppEveryCommandExitsOneAndUsageErrorsTwo) {
     for (const auto& words : std::vector<std::vector<std::string>>{
              {"start", "--mode", "timer", "--minutes", "90"}, {"stop"}, {"toggle"}, {"extend", "30"}, {"sleep"}}) {
         const RunResult r = home.cli(words);
@@ -38,9 +38,7 @@ TEST_F(CommandsEndToEnd, WithoutTheAppEveryCommandExitsOneAndSaysSo) {
     EXPECT_EQ(status.status, 1);
     EXPECT_THAT(status.errors, HasSubstr("has not run yet"));
     EXPECT_FALSE(fs::exists(home.sleeps())) << "sleep was never run";
-}
-
-TEST_F(CommandsEndToEnd, UsageErrorsExitTwoBeforeContactingTheApp) {
+    // Usage errors exit two before contacting the app.
     for (const auto& words : std::vector<std::vector<std::string>>{{"start", "--mode", "forever"},
                                                                    {"start", "--minutes", "ninety"},
                                                                    {"start", "--minutes"},

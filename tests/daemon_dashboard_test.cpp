@@ -55,7 +55,7 @@ std::optional<std::string> countdown(const std::string& screen) {
 // The title bar: the application's name and the status item (symbol and live title).
 std::string titleBar(const std::string& screen) { return screen.substr(0, screen.find('\n')); }
 
-TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
+TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsSettingsComeAndGoAndQuitStopsFirst) {
     if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
     DaemonHome home;
     Tmux tmux(home.bin());
@@ -104,23 +104,12 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsAndSettingsComeAndGo) {
     EXPECT_THAT(tmux.screen(), Not(HasSubstr("Behavior")));
     EXPECT_THAT(tmux.screen(), Not(HasSubstr("Welcome to Duskwell")));  // seen the settings: hint gone
 
-    // q quits: the pane closes with the program.
+    // q during a period stops it first, then the pane closes with the program.
+    tmux.keys("Space");
+    ASSERT_TRUE(waitFor([&] { return home.count("lid-on") == 2; }, 10)) << tmux.screen();
     tmux.keys("q");
     EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
-    EXPECT_EQ(home.count("lid-off"), 1);
-}
-
-TEST(DaemonDashboard, QuitDuringAPeriodStopsItFirst) {
-    if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
-    DaemonHome home;
-    Tmux tmux(home.bin());
-    ASSERT_TRUE(tmux.start(binary("duskwelld"), 90, 30));
-    ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
-    tmux.keys("Space");  // the remembered mode (AI Auto)
-    ASSERT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 10)) << tmux.screen();
-    tmux.keys("q");
-    EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
-    EXPECT_EQ(home.count("lid-off"), 1);
+    EXPECT_EQ(home.count("lid-off"), 2);
     const auto settings = home.settings();
     ASSERT_TRUE(settings);
     EXPECT_FALSE(settings->value("restore.lid", false));

@@ -75,21 +75,17 @@ private:
     std::vector<std::thread::id> threads_;
 };
 
-HttpRequest get(const std::string& url) {
+HttpRequest get(const std::string& url, const char* method = "GET", std::optional<std::string> body = std::nullopt) {
     HttpRequest r;
-    r.method = "GET";
+    r.method = method;
     r.url = url;
+    r.body = std::move(body);
     r.timeoutSeconds = 5;
     return r;
 }
 
 HttpRequest publish(const NtfyTestServer& server, const std::string& text) {
-    HttpRequest r;
-    r.method = "POST";
-    r.url = server.url() + "/loading";
-    r.body = text;
-    r.timeoutSeconds = 5;
-    return r;
+    return get(server.url() + "/loading", "POST", text);
 }
 
 TEST(HttpClientLoading, LibcurlIsOpenOnlyWhileThereIsWorkAndComesBackForTheNextRequest) {

@@ -37,35 +37,31 @@ public:
     // Runs tasks as they arrive until `done()` holds; false when `seconds` pass first.
     template <class Predicate>
     bool runUntil(Predicate done, double seconds = 5) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        while (!done()) {
-            std::unique_lock lock(mutex_);
-            if (!arrived_.wait_until(lock, deadline, [&] { return !tasks_.empty(); })) return done();
-            Task task = std::move(tasks_.front());
-            tasks_.pop_front();
-            lock.unlock();
-            task();
-            ++ran_;
-        }
+        const auto deadline = std::chrono::steady_clock::now() +
+                              std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
+        while (!done())
+            if (!runOne(deadline)) return done();
         return true;
     }
     // Runs what is queued now, without waiting.
     int runPending() {
         int n = 0;
-        for (;;) {
-            std::unique_lock lock(mutex_);
-            if (tasks_.empty()) return n;
-            Task task = std::move(tasks_.front());
-            tasks_.pop_front();
-            lock.unlock();
-            task();
-            ++n;
-            ++ran_;
-        }
+        while (runOne(std::chrono::steady_clock::now())) ++n;
+        return n;
     }
     int ran() const { return ran_; }
 
 private:
+    bool runOne(std::chrono::steady_clock::time_point deadline) {
+        std::unique_lock lock(mutex_);
+        if (!arrived_.wait_until(lock, deadline, [&] { return !tasks_.empty(); })) return false;
+        Task task = std::move(tasks_.front());
+        tasks_.pop_front();
+        lock.unlock();
+        task();
+        ++ran_;
+        return true;
+    }
     std::mutex mutex_;
     std::condition_variable arrived_;
     std::deque<Task> tasks_;

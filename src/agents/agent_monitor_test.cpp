@@ -27,19 +27,20 @@ protected:
     }
 };
 
-TEST_F(Monitor, ScansOnItsQueueAndAnswersOnTheMainQueue) {
-    AgentMonitor monitor;
+TEST_F(Monitor, ScansOnItsQueueAndAnswersOnTheMainQueueEvenAfterTheMonitorIsGone) {
     std::vector<AgentSnapshot> got;
-    monitor.scan([&](AgentSnapshot s) { got.push_back(std::move(s)); });
-    EXPECT_EQ(env.processes.samples, 0);  // nothing runs on the caller's thread
-    EXPECT_EQ(env.dispatcher.pendingBackground(), 1u);
+    {
+        AgentMonitor monitor;
+        monitor.scan([&](AgentSnapshot s) { got.push_back(std::move(s)); });
+        EXPECT_EQ(env.processes.samples, 0);  // nothing runs on the caller's thread
+        EXPECT_EQ(env.dispatcher.pendingBackground(), 1u);
+    }
     env.dispatcher.runBackground();
     ASSERT_EQ(got.size(), 1u);
     ASSERT_EQ(got[0].items.size(), 1u);
     EXPECT_EQ(got[0].items[0].kind, AgentKind::claude);
     EXPECT_EQ(got[0].items[0].state, AgentState::working);
     EXPECT_EQ(got[0].items[0].since, env.clock.now());
-    EXPECT_FALSE(monitor.scanning());
 }
 
 TEST_F(Monitor, AScanWhileOneRunsIsIgnored) {
@@ -82,17 +83,6 @@ TEST_F(Monitor, HookSessionsComeFromTheSessionsFolder) {
     ASSERT_EQ(s.sessions.size(), 1u);
     EXPECT_EQ(s.sessions[0].project, "app");
     EXPECT_FALSE(std::filesystem::exists(AppConfig::sessionsDir() + "/claude-gone"));
-}
-
-TEST_F(Monitor, AScanOutlivesItsMonitor) {
-    std::vector<AgentSnapshot> got;
-    {
-        AgentMonitor monitor;
-        monitor.scan([&](AgentSnapshot s) { got.push_back(std::move(s)); });
-    }
-    env.dispatcher.runBackground();
-    ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].items.at(0).kind, AgentKind::claude);
 }
 
 }  // namespace

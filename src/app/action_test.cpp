@@ -23,6 +23,10 @@ class PerformAction : public testing::ControllerWithHelper {
 protected:
     void SetUp() override { env.commands.clear(); }
     size_t lidOnRuns() const { return env.commands.linesContaining("lid-on").size(); }
+    void resource(const std::string& name) {
+        testing::writeFile(env.home.path() + "/" + name + "-resource", "#!/bin/sh\n");
+        env.platform.resources[name] = env.home.path() + "/" + name + "-resource";
+    }
 };
 
 Action menuAction(const AwakeController& c, const std::string& title) {
@@ -33,25 +37,22 @@ Action menuAction(const AwakeController& c, const std::string& title) {
     return Action::make(K::openPopover);
 }
 
-TEST_F(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsWithThem) {
+TEST_F(PerformAction, APresetItemSelectsTimerRemembersTheMinutesAndStartsUntilAITasksFinishStartsAuto) {
     const Date t0 = c.now();
     perform(c, menuAction(c, "2h"));
     EXPECT_EQ(c.mode(), KeepMode::timer);
     EXPECT_EQ(c.selectedMinutes(), 120);
     EXPECT_EQ(env.settings.integer(SettingsKey::selectedMinutes), 120);
-    EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::timer);
     EXPECT_EQ(c.endDate(), addSeconds(t0, 7200));
     EXPECT_EQ(lidOnRuns(), 1u);
-}
+    c.stop();
 
-TEST_F(PerformAction, UntilAITasksFinishSelectsAndStartsAuto) {
-    c.setMode(KeepMode::timer);
     perform(c, menuAction(c, "Until AI tasks finish"));
     EXPECT_EQ(c.mode(), KeepMode::auto_);
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.activeMode(), KeepMode::auto_);
-    EXPECT_EQ(lidOnRuns(), 1u);
+    EXPECT_EQ(lidOnRuns(), 2u);
 }
 
 TEST_F(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
@@ -61,10 +62,12 @@ TEST_F(PerformAction, ToggleStartsWithTheSelectionAndStopsWithoutAReason) {
     perform(c, Action::make(K::toggle));
     EXPECT_TRUE(c.isActive());
     EXPECT_EQ(c.endDate(), addSeconds(t0, 1800));
+    env.power.lid = true;
     perform(c, Action::make(K::toggle));
     EXPECT_FALSE(c.isActive());
     EXPECT_FALSE(c.lastMessage().has_value()) << "a manual stop gives no reason";
     EXPECT_EQ(env.commands.linesContaining("lid-off").size(), 1u);
+    EXPECT_TRUE(env.commands.linesContaining(AppConfig::sleepNowProgram()).empty()) << "nor sleeps, lid closed or not";
 }
 
 TEST_F(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
@@ -77,15 +80,6 @@ TEST_F(PerformAction, StopAndExtendItemsOfTheActiveMenu) {
     perform(c, menuAction(c, "Stop"));
     EXPECT_FALSE(c.isActive());
     EXPECT_FALSE(c.lastMessage().has_value());
-}
-
-TEST_F(PerformAction, WaitTenMoreMinutesRestartsTheQuietCountdownOfAnUncappedAutoPeriod) {
-    c.setAutoCapHours(0);
-    c.start(KeepMode::auto_, std::nullopt);
-    Access::viewsSetNow(c, addSeconds(c.now(), 400));
-    ASSERT_EQ(c.idleRemaining(), 200);
-    perform(c, Action::extendBy(10));
-    EXPECT_EQ(c.idleRemaining(), 600);
 }
 
 TEST_F(PerformAction, ModePickerTimerStartAndUntilApply) {
@@ -150,38 +144,25 @@ TEST_F(PerformAction, PhoneSwitchTestAndCopy) {
     EXPECT_FALSE(c.phone().enabled());
 }
 
-TEST_F(PerformAction, ConnectInstallsTheHookOfThatAgent) {
+TEST_F(PerformAction, InstallButtonsConnectTheHookCopyTheCommandAndAskForTheAdministrator) {
     std::filesystem::create_directories(env.home.path() + "/.claude");
-    const std::string hook = env.home.path() + "/duskwell-hook-resource";
-    testing::writeFile(hook, "#!/bin/sh\n");
-    env.platform.resources["duskwell-hook"] = hook;
+    for (const char* name : {"duskwell-hook", "duskwell-cli", "duskwell-power"}) resource(name);
     perform(c, Action::connectAgent(AgentKind::claude));
     EXPECT_TRUE(c.integrated().at(AgentKind::claude)) << c.lastMessage().value_or("");
     perform(c, Action::integration(AgentKind::claude, false));
     EXPECT_FALSE(c.integrated().at(AgentKind::claude));
-}
 
-TEST_F(PerformAction, HelperButtonsAskForTheAdministratorAndRemoveStopsFirst) {
-    const std::string script = env.home.path() + "/duskwell-power-resource";
-    testing::writeFile(script, "#!/bin/sh\n");
-    env.platform.resources["duskwell-power"] = script;
+    ASSERT_FALSE(c.cliInstalled());
+    perform(c, Action::make(K::installCLI));
+    EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
+
     perform(c, Action::make(K::reinstallHelper));
     EXPECT_EQ(env.platform.adminScripts.size(), 1u);
-
     c.start(KeepMode::timer, 60);
     ASSERT_TRUE(c.isActive());
     perform(c, Action::make(K::uninstallHelper));
     EXPECT_FALSE(c.isActive()) << "the period ends while the helper can still restore";
     EXPECT_EQ(env.platform.adminScripts.size(), 2u);
-}
-
-TEST_F(PerformAction, InstallCLICopiesTheTerminalCommand) {
-    const std::string resource = env.home.path() + "/duskwell-cli-resource";
-    testing::writeFile(resource, "#!/bin/sh\n");
-    env.platform.resources["duskwell-cli"] = resource;
-    ASSERT_FALSE(c.cliInstalled());
-    perform(c, Action::make(K::installCLI));
-    EXPECT_TRUE(c.cliInstalled()) << c.lastMessage().value_or("");
 }
 
 TEST_F(PerformAction, DisplayNotificationsUpdateAndWebsite) {

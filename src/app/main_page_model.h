@@ -14,6 +14,7 @@ struct HeaderModel {
     std::string name;
     std::string tagline;
     Button gear;
+    bool operator==(const HeaderModel&) const = default;
 };
 
 // The centre of the progress ring: a text ("∞", a clock, a count) and/or a symbol, with a
@@ -23,6 +24,7 @@ struct RingModel {
     std::string text;
     std::string symbol;
     std::string caption;
+    bool operator==(const RingModel&) const = default;
 };
 
 struct HeroCardModel {
@@ -31,6 +33,7 @@ struct HeroCardModel {
     RingModel ring;
     Button mainButton;
     std::vector<Button> extendRow;  // empty when no extend row shows
+    bool operator==(const HeroCardModel&) const = default;
 };
 
 struct AgentRowModel {
@@ -40,11 +43,13 @@ struct AgentRowModel {
     std::optional<std::string> count;  // only above 1
     std::string subtitle;              // "Connected · 3 min", "Detected · idle", ...
     Pill status;                       // "Working" / "Waiting" / "Idle"
+    bool operator==(const AgentRowModel&) const = default;
 };
 
 struct ConnectHintModel {
     std::string text;  // "Connect Claude Code for precise tracking"
     Button connect;
+    bool operator==(const ConnectHintModel&) const = default;
 };
 
 struct AgentsCardModel {
@@ -57,10 +62,12 @@ struct AgentsCardModel {
     std::string footSymbol;  // "moon.zzz"
     std::string footText;    // "Sleeps after 10 quiet minutes"
     std::string cap;         // "Max 8h" or "No limit"
+    bool operator==(const AgentsCardModel&) const = default;
 };
 
 struct TimerCardModel {
     std::vector<Chip> chips;  // one per preset, then "∞"
+    bool operator==(const TimerCardModel&) const = default;
 };
 
 struct UntilCardModel {
@@ -70,6 +77,7 @@ struct UntilCardModel {
     std::string time;     // "HH:MM"
     std::string caption;  // "Then your Mac sleeps"
     Button apply;
+    bool operator==(const UntilCardModel&) const = default;
 };
 
 struct StatPillModel {
@@ -78,12 +86,14 @@ struct StatPillModel {
     std::string value;   // "85%", "—", "Closed", "Normal"
     std::optional<std::string> detail;  // "Charging", "about 2:05 left"
     std::string tint;
+    bool operator==(const StatPillModel&) const = default;
 };
 
 struct StatusStripModel {
     StatPillModel power;
     StatPillModel lid;
     StatPillModel heat;
+    bool operator==(const StatusStripModel&) const = default;
 };
 
 // A footer line: a symbol and a text, and a button when the line does something.
@@ -91,6 +101,7 @@ struct FooterItemModel {
     std::string symbol;
     std::string text;
     std::optional<Button> button;
+    bool operator==(const FooterItemModel&) const = default;
 };
 
 struct MainPageModel {
@@ -104,6 +115,7 @@ struct MainPageModel {
     std::optional<UntilCardModel> until;
     StatusStripModel status;
     std::vector<FooterItemModel> footer;
+    bool operator==(const MainPageModel&) const = default;
 };
 
 // Agent rows shown before the rest is summed up in one "+N more" line.

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 #include "app/popover_model.h"
 #include "app/view_model_testing.h"
 #include "testing/controller_fixture.h"
@@ -27,7 +30,6 @@ std::vector<std::string> texts(const std::vector<FooterItemModel>& footer) {
 
 // A running period needs the helper: every page here is of a controller that has it.
 using MainPageModel = testing::ControllerWithHelper;
-using PopoverModel = testing::ControllerTest;
 
 TEST_F(MainPageModel, IdleShowsTheIdleHeroTheSelectedModeAndOnlyItsCard) {
     inEachLanguage([&](bool ko) {
@@ -359,16 +361,40 @@ TEST_F(MainPageModel, BusyDisablesEveryControlThatStartsAPeriod) {
     EXPECT_TRUE(p.until->apply.enabled);
 }
 
-TEST_F(PopoverModel, BuildsOnlyThePageOnScreen) {
-    auto m = makePopoverModel(c);
-    EXPECT_EQ(m.screen, Screen::main);
-    EXPECT_TRUE(m.main.has_value());
-    EXPECT_FALSE(m.settings.has_value());
-    c.setScreen(Screen::settings);
-    m = makePopoverModel(c);
-    EXPECT_FALSE(m.main.has_value());
-    ASSERT_TRUE(m.settings.has_value());
-    EXPECT_EQ(m.settings->title, "Settings");
+// The Mac shell rebuilds the popover only when its model changed, and updates the ring in
+// place when nothing else did: a quiet second must leave the model equal, whatever the page
+// shows must make it differ, and a running period's second must touch only the ring.
+TEST_F(MainPageModel, PopoverModelDiffersExactlyWhenThePageWouldChange) {
+    enum class Change { none, ringOnly, page };
+    struct Step {
+        const char* what;
+        std::function<void()> run;
+        Change change;
+    };
+    const std::vector<Step> steps = {
+        {"a quiet second while idle", [&] { env.dispatcher.tickSecond(); }, Change::none},
+        {"opening the settings page", [&] { c.setScreen(Screen::settings); }, Change::page},
+        {"a quiet second on the settings page", [&] { env.dispatcher.tickSecond(); }, Change::none},
+        {"back to the main page", [&] { c.setScreen(Screen::main); }, Change::page},
+        {"choosing the timer mode", [&] { c.setMode(KeepMode::timer); }, Change::page},
+        {"starting a 30-minute period", [&] { c.start(KeepMode::timer, 30); }, Change::page},
+        {"a second of the running period", [&] { env.dispatcher.tickSecond(); }, Change::ringOnly},
+        {"extending it", [&] { c.extend(30); }, Change::page},
+        {"stopping it", [&] { c.stop(); }, Change::page},
+    };
+    auto before = makePopoverModel(c);
+    EXPECT_EQ(before, makePopoverModel(c));
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.what);
+        step.run();
+        const auto after = makePopoverModel(c);
+        EXPECT_EQ(after != before, step.change != Change::none);
+        EXPECT_EQ(onlyRingTicked(before, after), step.change == Change::ringOnly);
+        // Only the page on screen is built.
+        EXPECT_EQ(after.main.has_value(), after.screen == Screen::main);
+        EXPECT_EQ(after.settings.has_value(), after.screen == Screen::settings);
+        before = after;
+    }
 }
 
 }  // namespace

@@ -14,8 +14,14 @@ struct PopoverModel {
     Screen screen = Screen::main;
     std::optional<MainPageModel> main;
     std::optional<SettingsPageModel> settings;
+    bool operator==(const PopoverModel&) const = default;
 };
 
 PopoverModel makePopoverModel(const AwakeController& c);
+
+// True when `next` differs from `shown` only in the progress ring's clock and fill: the
+// once-a-second change of a running period, which a shell updates in place instead of
+// rebuilding the page (and losing a focused control with it).
+bool onlyRingTicked(const PopoverModel& shown, const PopoverModel& next);
 
 }  // namespace duskwell

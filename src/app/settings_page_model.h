@@ -15,12 +15,14 @@ struct IntegrationRowModel {
     std::string title;
     std::string state;  // "Connected · hooks", "Not installed", "Not connected · estimated from activity"
     ToggleRow toggle;   // title and subtitle repeat the row; `on` is the integration
+    bool operator==(const IntegrationRowModel&) const = default;
 };
 
 struct IntegrationSectionModel {
     std::string title;
     std::string note;
     std::vector<IntegrationRowModel> rows;  // one per kind that supports hooks
+    bool operator==(const IntegrationSectionModel&) const = default;
 };
 
 struct PhoneSectionModel {
@@ -33,12 +35,14 @@ struct PhoneSectionModel {
     std::optional<Button> copy;
     std::optional<std::string> lastResult;
     std::vector<std::string> features;
+    bool operator==(const PhoneSectionModel&) const = default;
 };
 
 struct PickerOption {
     std::string title;  // "Off", "10%"
     int value = 0;
     Action action;
+    bool operator==(const PickerOption&) const = default;
 };
 
 struct BehaviorSectionModel {
@@ -50,6 +54,7 @@ struct BehaviorSectionModel {
     std::string batterySubtitle;
     std::vector<PickerOption> batteryOptions;
     int batterySelected = 0;
+    bool operator==(const BehaviorSectionModel&) const = default;
 };
 
 struct InfoRowModel {
@@ -58,6 +63,7 @@ struct InfoRowModel {
     std::string subtitle;
     std::string value;             // "⌥⌘L", "Installed", "Allowed"
     std::optional<Button> button;  // "Install", "Remove", "Open", ...
+    bool operator==(const InfoRowModel&) const = default;
 };
 
 struct ShortcutSectionModel {
@@ -65,6 +71,7 @@ struct ShortcutSectionModel {
     std::string note;
     InfoRowModel hotKey;
     InfoRowModel terminal;
+    bool operator==(const ShortcutSectionModel&) const = default;
 };
 
 struct PermissionSectionModel {
@@ -72,6 +79,7 @@ struct PermissionSectionModel {
     std::string note;
     InfoRowModel power;
     InfoRowModel notifications;
+    bool operator==(const PermissionSectionModel&) const = default;
 };
 
 struct SettingsPageModel {
@@ -86,6 +94,7 @@ struct SettingsPageModel {
     std::string messageSymbol = "info.circle.fill";
     Button website;
     Button quit;
+    bool operator==(const SettingsPageModel&) const = default;
 };
 
 // Battery guard picker values: "Off", then percentages.

@@ -34,26 +34,12 @@ TEST_F(StatusItemModel, ATimerShowsTheBoltAndItsRemainingTimeAfterOneSpace) {
     });
 }
 
-TEST_F(StatusItemModel, AnUnlimitedTimerShowsInfinity) {
-    c.start(KeepMode::timer, 0);
-    EXPECT_EQ(makeStatusItemModel(c).title, " ∞");
-}
-
-TEST_F(StatusItemModel, AutoShowsSparklesWithTheWorkingCountOrAI) {
+// The title's figures follow the menu-bar title, tested with the controller.
+TEST_F(StatusItemModel, AutoShowsSparkles) {
     c.start(KeepMode::auto_, std::nullopt);
-    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working),
-                                        agent(AgentKind::codex, AgentState::working)}));
-    auto m = makeStatusItemModel(c);
-    EXPECT_EQ(m.symbol, "sparkles");
-    EXPECT_EQ(m.title, " 2");
-
-    // Busy (someone waits for approval) but nobody working.
-    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::waiting, 1, true)}));
-    EXPECT_EQ(makeStatusItemModel(c).title, " AI");
-
-    // Quiet: the countdown to sleep.
-    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::idle)}));
-    EXPECT_EQ(makeStatusItemModel(c).title, " 10m");
+    Access::viewsSetAgents(c, snapshot({agent(AgentKind::claude, AgentState::working, 2)}));
+    EXPECT_EQ(makeStatusItemModel(c).symbol, "sparkles");
+    EXPECT_EQ(makeStatusItemModel(c).title, " 2");
 }
 
 }  // namespace

@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "testing/fakes.h"

@@ -42,8 +42,12 @@ void expectReply(const nlohmann::json& j, const std::string& message, const std:
     EXPECT_FALSE(j.contains("actions"));
 }
 
-TEST(PhoneCommands, ExtendWhileATimerRunsAddsExactlyOneHour) {
+TEST(PhoneCommands, ExtendWhileIdleOnlyRepliesWhileATimerRunsAddsExactlyOneHour) {
     Phone p;
+    Access::phoneCommand(*p.c, Command::extend60);
+    EXPECT_FALSE(p.c->isActive());
+    expectReply(p.reply(), "Not running right now.", "information_source");
+
     p.env.installHelper();
     p.c->start(KeepMode::timer, 30);
     const Date end = *p.c->endDate();
@@ -54,46 +58,19 @@ TEST(PhoneCommands, ExtendWhileATimerRunsAddsExactlyOneHour) {
     p.c->stop();
 }
 
-TEST(PhoneCommands, ExtendRestartsTheQuietCountdownOfAnAutoPeriod) {
+TEST(PhoneCommands, StartWarnsWithoutTheHelperOtherwiseStartsAnAutoPeriodOnce) {
     Phone p;
-    p.env.installHelper();
-    p.c->setAutoCapHours(0);
-    p.c->start(KeepMode::auto_, std::nullopt);
-    for (int i = 0; i < 545; ++i) p.env.dispatcher.tickSecond();
-    ASSERT_TRUE(Access::idleWarned(*p.c));
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_FALSE(Access::idleWarned(*p.c));
-    EXPECT_EQ(p.c->idleRemaining(), 600.0);
-    EXPECT_EQ(p.c->endDate(), std::nullopt) << "a period without end keeps none";
-    p.c->stop();
-}
-
-TEST(PhoneCommands, ExtendWhileIdleOnlyReplies) {
-    Phone p;
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_FALSE(p.c->isActive());
-    EXPECT_EQ(p.c->endDate(), std::nullopt);
-    expectReply(p.reply(), "Not running right now.", "information_source");
-}
-
-TEST(PhoneCommands, StartWithoutTheHelperRepliesWithTheWarning) {
-    Phone p;
+    p.c->setMode(KeepMode::timer);
     Access::phoneCommand(*p.c, Command::start);
     EXPECT_FALSE(p.c->isActive());
     EXPECT_TRUE(p.env.platform.adminScripts.empty()) << "no password prompt from the phone";
     expectReply(p.reply(), "Install the power permission on your Mac first.", "warning");
-}
 
-TEST(PhoneCommands, StartWithTheHelperStartsAnAutoPeriod) {
-    Phone p;
     p.env.installHelper();
-    p.c->setMode(KeepMode::timer);
     Access::phoneCommand(*p.c, Command::start);
-    EXPECT_TRUE(p.c->isActive());
     EXPECT_EQ(p.c->activeMode(), KeepMode::auto_);
     EXPECT_EQ(p.c->mode(), KeepMode::auto_);
     EXPECT_EQ(p.reply().value("title", ""), "Duskwell started") << "start's own notice, no extra reply";
-
     Access::phoneCommand(*p.c, Command::start);
     expectReply(p.reply(), "Already running. " + p.c->statusLine(), "information_source");
     p.c->stop();
@@ -129,7 +106,7 @@ TEST(PhoneCommands, SleepWhileRunningStopsWithAReasonThenSleeps) {
     EXPECT_EQ(sleeps(p.env), 1u);
 }
 
-TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunning) {
+TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunningAndRepliesInKorean) {
     Phone p;
     Access::phoneCommand(*p.c, Command::status);
     auto j = p.reply();
@@ -146,15 +123,13 @@ TEST(PhoneCommands, StatusCarriesButtonsOnlyWhileRunning) {
     ASSERT_TRUE(j.contains("actions"));
     EXPECT_EQ(j["actions"].size(), 2u);
     p.c->stop();
-}
 
-TEST(PhoneCommands, RepliesInKorean) {
-    Phone p;
     Locale::overrideForTesting(true);
-    Access::phoneCommand(*p.c, Command::extend60);
-    EXPECT_EQ(p.reply().value("message", ""), "지금은 실행 중이 아니에요.");
     Access::phoneCommand(*p.c, Command::status);
     EXPECT_EQ(p.reply().value("title", ""), "Duskwell 상태");
+    Access::phoneCommand(*p.c, Command::extend60);
+    EXPECT_EQ(p.reply().value("message", ""), "지금은 실행 중이 아니에요.");
+    Locale::overrideForTesting(std::nullopt);
 }
 
 TEST(PhoneSwitch, OffMeansNothingIsSentOrPolled) {

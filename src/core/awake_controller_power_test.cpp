@@ -18,7 +18,6 @@ namespace {
 using Watchdog = testing::ControllerTest;
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Access = AwakeControllerTestAccess;
 using testing::TestEnvironment;
 
@@ -38,37 +37,36 @@ std::string watchdogFor(const TestEnvironment& env, const std::vector<std::strin
     return script;
 }
 
-struct QuietLog {
-    SystemLog::SinkScope scope{[](const std::string&) {}};
-};
-
 // --- performance mode ---
 
 // Only what differs from low power off and power mode 2 is changed, recorded first, and
 // given back as it was.
 TEST(PerformanceMode, ChangesRecordsAndRestoresOnlyWhatDiffers) {
     struct Case {
+        bool on;
         int lowPower, powerMode;
         std::vector<std::string> applied, restored;
     };
     const Case cases[] = {
-        {0, 2, {}, {}},
-        {0, 0, {"powermode 2"}, {"powermode 0"}},
-        {1, 1, {"lowpower 0", "powermode 2"}, {"lowpower 1", "powermode 1"}},
+        {true, 0, 2, {}, {}},
+        {true, 0, 0, {"powermode 2"}, {"powermode 0"}},
+        {true, 1, 1, {"lowpower 0", "powermode 2"}, {"lowpower 1", "powermode 1"}},
+        {false, 1, 0, {}, {}},  // off in the settings: nothing changes
     };
     for (const auto& k : cases) {
-        SCOPED_TRACE(::testing::Message() << "lowpowermode " << k.lowPower << ", powermode " << k.powerMode);
+        SCOPED_TRACE(::testing::Message() << "on " << k.on << ", lowpowermode " << k.lowPower << ", powermode " << k.powerMode);
         TestEnvironment env;
         env.installHelper();
         env.power.batterySettings = {{"lowpowermode", k.lowPower}, {"powermode", k.powerMode}};
         AwakeController c;
+        c.setMaxPerformance(k.on);
         env.commands.clear();
 
         Access::applyPerformance(c);
         Access::applyPerformance(c);  // already applied: nothing more
-        EXPECT_TRUE(c.perfApplied());
+        EXPECT_EQ(c.perfApplied(), k.on);
         EXPECT_EQ(helperVerbs(env), k.applied);
-        const bool changesLowPower = k.lowPower == 1, changesMode = k.powerMode != 2;
+        const bool changesLowPower = k.on && k.lowPower == 1, changesMode = k.on && k.powerMode != 2;
         EXPECT_EQ(env.settings.integer(SettingsKey::restoreLowPower),
                   changesLowPower ? std::optional<std::int64_t>(1) : std::nullopt) << "stored before it is relied on";
         EXPECT_EQ(env.settings.integer(SettingsKey::restorePowerMode),
@@ -82,18 +80,6 @@ TEST(PerformanceMode, ChangesRecordsAndRestoresOnlyWhatDiffers) {
         EXPECT_FALSE(env.settings.integer(SettingsKey::restoreLowPower).has_value());
         EXPECT_FALSE(env.settings.integer(SettingsKey::restorePowerMode).has_value());
     }
-}
-
-TEST(PerformanceMode, OffInTheSettingsChangesNothing) {
-    TestEnvironment env;
-    env.installHelper();
-    env.power.batterySettings = {{"lowpowermode", 1}, {"powermode", 0}};
-    AwakeController c;
-    c.setMaxPerformance(false);
-    env.commands.clear();
-    Access::applyPerformance(c);
-    EXPECT_FALSE(c.perfApplied());
-    EXPECT_THAT(helperVerbs(env), IsEmpty());
 }
 
 TEST(PerformanceMode, AFailedChangeIsLoggedButNotRecordedSoNotRestored) {
@@ -114,20 +100,15 @@ TEST(PerformanceMode, AFailedChangeIsLoggedButNotRecordedSoNotRestored) {
 
     Access::restorePerformance(c);
     EXPECT_THAT(helperVerbs(env), ElementsAre("lowpower 0", "powermode 2", "lowpower 1"));
-}
 
-TEST(PerformanceMode, AFailedRestoreStillDropsItsKey) {
-    TestEnvironment env;
-    QuietLog quiet;
-    env.installHelper();
-    AwakeController c;
+    // A restore that fails still drops its key: it is not retried forever.
     env.settings.setInteger(SettingsKey::restorePowerMode, 1);
-    env.commands.answer("/usr/bin/sudo -n " + env.helperFile() + " powermode", CommandResult{1, "no"});
     Access::restorePerformance(c);
     EXPECT_FALSE(env.settings.integer(SettingsKey::restorePowerMode).has_value());
 }
 
-TEST(PerformanceToggle, TurningItOnDuringASessionAppliesAndRestartsTheWatchdogWithTheRestores) {
+// Each switch during a session restarts the watchdog, so that it never restores stale values.
+TEST(PerformanceToggle, DuringASessionOnAppliesOffRestoresAtOnceAndTheWatchdogFollows) {
     TestEnvironment env;
     env.installHelper();
     env.power.batterySettings = {{"lowpowermode", 1}, {"powermode", 0}};
@@ -138,37 +119,24 @@ TEST(PerformanceToggle, TurningItOnDuringASessionAppliesAndRestartsTheWatchdogWi
     ASSERT_EQ(env.commands.spawned().size(), 1u);
     EXPECT_EQ(env.commands.spawned()[0].call.path, "/bin/sh");
     EXPECT_THAT(env.commands.spawned()[0].call.args, ElementsAre("-c", watchdogFor(env, {})));
-    env.commands.clear();
 
     c.setPerformance(true);
     EXPECT_TRUE(c.maxPerformance());
     EXPECT_EQ(env.settings.boolean(SettingsKey::maxPerformance), true);
     EXPECT_THAT(helperVerbs(env), ElementsAre("lowpower 0", "powermode 2"));
-    ASSERT_EQ(env.commands.spawned().size(), 1u);
-    EXPECT_THAT(env.commands.spawned()[0].call.args,
+    ASSERT_EQ(env.commands.spawned().size(), 2u);
+    EXPECT_TRUE(*env.commands.spawned()[0].terminated);
+    EXPECT_THAT(env.commands.spawned()[1].call.args,
                 ElementsAre("-c", watchdogFor(env, {"lowpower 1", "powermode 0"})));
-    EXPECT_TRUE(c.watchdogRunning());
-}
-
-TEST(PerformanceToggle, TurningItOffDuringASessionRestoresAtOnceAndTheNewWatchdogHasNoRestores) {
-    TestEnvironment env;
-    env.installHelper();
-    env.power.batterySettings = {{"lowpowermode", 0}, {"powermode", 0}};
-    AwakeController c;
-    Access::setActive(c, true);
-    Access::applyPerformance(c);
-    Access::startWatchdog(c);
-    ASSERT_EQ(env.commands.spawned().size(), 1u);
-    EXPECT_THAT(env.commands.spawned()[0].call.args, ElementsAre("-c", watchdogFor(env, {"powermode 0"})));
-    const auto firstTerminated = env.commands.spawned()[0].terminated;
 
     c.setPerformance(false);
-    EXPECT_TRUE(*firstTerminated) << "the old watchdog carries stale restore lines";
-    EXPECT_THAT(helperVerbs(env), ElementsAre("powermode 2", "powermode 0"));
-    ASSERT_EQ(env.commands.spawned().size(), 2u);
-    EXPECT_THAT(env.commands.spawned()[1].call.args, ElementsAre("-c", watchdogFor(env, {})));
-    EXPECT_FALSE(*env.commands.spawned()[1].terminated);
+    EXPECT_TRUE(*env.commands.spawned()[1].terminated) << "the old watchdog carries stale restore lines";
+    EXPECT_THAT(helperVerbs(env), ElementsAre("lowpower 0", "powermode 2", "lowpower 1", "powermode 0"));
+    ASSERT_EQ(env.commands.spawned().size(), 3u);
+    EXPECT_THAT(env.commands.spawned()[2].call.args, ElementsAre("-c", watchdogFor(env, {})));
+    EXPECT_FALSE(*env.commands.spawned()[2].terminated);
     EXPECT_FALSE(c.perfApplied());
+    EXPECT_TRUE(c.watchdogRunning());
 }
 
 TEST(PerformanceToggle, WhileIdleOnlyTheSettingChanges) {
@@ -185,7 +153,7 @@ TEST(PerformanceToggle, WhileIdleOnlyTheSettingChanges) {
     EXPECT_EQ(env.settings.boolean(SettingsKey::maxPerformance), true);
 }
 
-TEST_F(Watchdog, StopTerminatesAndForgetsIt) {
+TEST_F(Watchdog, StopTerminatesAndForgetsItAndALaunchFailureLeavesNone) {
     Access::startWatchdog(c);
     ASSERT_TRUE(c.watchdogRunning());
     Access::stopWatchdog(c);
@@ -193,9 +161,6 @@ TEST_F(Watchdog, StopTerminatesAndForgetsIt) {
     EXPECT_TRUE(*env.commands.spawned()[0].terminated);
     Access::stopWatchdog(c);  // none left: nothing happens
     EXPECT_EQ(env.commands.spawned().size(), 1u);
-}
-
-TEST_F(Watchdog, ALaunchFailureLeavesNoWatchdog) {
     env.commands.spawnFails = true;
     Access::startWatchdog(c);
     EXPECT_FALSE(c.watchdogRunning());
@@ -203,101 +168,78 @@ TEST_F(Watchdog, ALaunchFailureLeavesNoWatchdog) {
 
 // --- launch recovery ---
 
-TEST(LaunchRecovery, LeftoversGetOneLidOffAndTheRecordedRestores) {
-    TestEnvironment env;
-    env.installHelper();
-    env.settings.setBool(SettingsKey::restoreLid, true);
-    env.settings.setInteger(SettingsKey::restoreLowPower, 1);
-    env.settings.setInteger(SettingsKey::restorePowerMode, 0);
-    AwakeController c;
-    EXPECT_THAT(helperVerbs(env), ElementsAre("lid-off", "lowpower 1", "powermode 0"));
-    EXPECT_EQ(env.settings.boolean(SettingsKey::restoreLid), false);
-    EXPECT_FALSE(env.settings.integer(SettingsKey::restoreLowPower).has_value());
-    EXPECT_FALSE(env.settings.integer(SettingsKey::restorePowerMode).has_value());
-    EXPECT_FALSE(c.perfApplied());
-}
-
-TEST(LaunchRecovery, ARestoreValueAloneAlsoTriggersIt) {
-    TestEnvironment env;
-    env.installHelper();
-    env.settings.setInteger(SettingsKey::restorePowerMode, 1);
-    AwakeController c;
-    EXPECT_THAT(helperVerbs(env), ElementsAre("lid-off", "powermode 1"));
-    EXPECT_EQ(env.settings.boolean(SettingsKey::restoreLid), false);
-}
-
-TEST(LaunchRecovery, WithoutAWorkingHelperTheLidKeyIsClearedAndTheValuesStay) {
-    TestEnvironment env;
-    env.installHelper();
-    env.commands.answer("/usr/bin/sudo -n " + env.helperFile() + " version", CommandResult{1, "password required"});
-    env.settings.setBool(SettingsKey::restoreLid, true);
-    env.settings.setInteger(SettingsKey::restoreLowPower, 1);
-    env.settings.setInteger(SettingsKey::restorePowerMode, 0);
-    AwakeController c;
-    EXPECT_THAT(helperVerbs(env), IsEmpty());
-    EXPECT_EQ(env.settings.boolean(SettingsKey::restoreLid), false);
-    EXPECT_EQ(env.settings.integer(SettingsKey::restoreLowPower), 1);
-    EXPECT_EQ(env.settings.integer(SettingsKey::restorePowerMode), 0);
-    EXPECT_FALSE(c.helperInstalled());
-}
-
-TEST(LaunchRecovery, ACleanLaunchSendsAndWritesNothing) {
-    TestEnvironment env;
-    env.installHelper();
-    AwakeController c;
-    EXPECT_THAT(helperVerbs(env), IsEmpty());
-    EXPECT_FALSE(env.settings.boolean(SettingsKey::restoreLid).has_value()) << "nothing to recover, nothing written";
-    EXPECT_TRUE(c.helperInstalled());
+TEST(LaunchRecovery, LeftoversGetOneLidOffAndTheRecordedRestoresOnlyThroughAWorkingHelper) {
+    struct Case {
+        const char* what;
+        bool lid, helperWorks;
+        std::optional<std::int64_t> lowPower, powerMode;
+        std::vector<std::string> verbs;
+        std::optional<bool> lidAfter;
+    };
+    const Case cases[] = {
+        {"all three", true, true, 1, 0, {"lid-off", "lowpower 1", "powermode 0"}, false},
+        {"a restore value alone", false, true, std::nullopt, 1, {"lid-off", "powermode 1"}, false},
+        {"no working helper: the values stay", true, false, 1, 0, {}, false},
+        {"a clean launch writes nothing", false, true, std::nullopt, std::nullopt, {}, std::nullopt},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.what);
+        TestEnvironment env;
+        env.installHelper();
+        if (!k.helperWorks)
+            env.commands.answer("/usr/bin/sudo -n " + env.helperFile() + " version", CommandResult{1, "password required"});
+        if (k.lid) env.settings.setBool(SettingsKey::restoreLid, true);
+        if (k.lowPower) env.settings.setInteger(SettingsKey::restoreLowPower, *k.lowPower);
+        if (k.powerMode) env.settings.setInteger(SettingsKey::restorePowerMode, *k.powerMode);
+        AwakeController c;
+        EXPECT_EQ(helperVerbs(env), k.verbs);
+        EXPECT_EQ(env.settings.boolean(SettingsKey::restoreLid), k.lidAfter);
+        const auto kept = [&](std::optional<std::int64_t> v) { return k.helperWorks ? std::nullopt : v; };
+        EXPECT_EQ(env.settings.integer(SettingsKey::restoreLowPower), kept(k.lowPower));
+        EXPECT_EQ(env.settings.integer(SettingsKey::restorePowerMode), kept(k.powerMode));
+        EXPECT_EQ(c.helperInstalled(), k.helperWorks);
+        EXPECT_FALSE(c.perfApplied());
+    }
 }
 
 // --- installing and removing the helper from the settings screen ---
 
-TEST(HelperActions, ReinstallReportsSuccessAndMirrorsTheFreshState) {
-    TestEnvironment env;
-    env.platform.resources["duskwell-power"] = "/app/duskwell-power";
-    env.platform.onAdminScript = [&](const std::string&) { env.installHelper(); };
-    AwakeController c;
-    ASSERT_FALSE(c.helperInstalled());
-    c.reinstallHelper();
-    EXPECT_EQ(c.lastMessage(), "Power permission installed.");
-    EXPECT_TRUE(c.helperInstalled());
-}
-
-TEST(HelperActions, ReinstallShowsTheErrorText) {
-    TestEnvironment env;
-    env.platform.resources["duskwell-power"] = "/app/duskwell-power";
-    env.platform.adminResult = {AdminOutcome::cancelled, {}};
-    AwakeController c;
-    c.reinstallHelper();
-    EXPECT_EQ(c.lastMessage(), "Permission setup was cancelled.");
-    EXPECT_FALSE(c.helperInstalled());
-}
-
-TEST(HelperActions, UninstallSendsLidOffBeforeRemovingAndReportsIt) {
-    TestEnvironment env;
-    env.installHelper();
-    std::vector<std::string> verbsAtPrompt;
-    env.platform.onAdminScript = [&](const std::string&) {
-        verbsAtPrompt = helperVerbs(env);
-        std::filesystem::remove(env.helperFile());
+TEST(HelperActions, ReinstallAndUninstallReportTheirOutcomeAndMirrorTheFreshState) {
+    struct Case {
+        const char* what;
+        bool installed, uninstall;
+        AdminResult admin;
+        std::string message;
+        bool installedAfter;
     };
-    AwakeController c;
-    ASSERT_TRUE(c.helperInstalled());
-    c.uninstallHelper();
-    ASSERT_FALSE(verbsAtPrompt.empty());
-    EXPECT_EQ(verbsAtPrompt.back(), "lid-off");
-    EXPECT_EQ(c.lastMessage(), "Power permission removed.");
-    EXPECT_FALSE(c.helperInstalled());
-}
-
-TEST(HelperActions, UninstallFailureShowsItsText) {
-    TestEnvironment env;
-    env.installHelper();
-    env.platform.adminResult = {AdminOutcome::failed, "rm: busy"};
-    AwakeController c;
-    c.uninstallHelper();
-    EXPECT_EQ(c.lastMessage(), "Permission setup failed: rm: busy");
-    EXPECT_TRUE(c.helperInstalled());
+    const Case cases[] = {
+        {"reinstall", false, false, {AdminOutcome::succeeded, {}}, "Power permission installed.", true},
+        {"reinstall cancelled", false, false, {AdminOutcome::cancelled, {}}, "Permission setup was cancelled.", false},
+        {"uninstall", true, true, {AdminOutcome::succeeded, {}}, "Power permission removed.", false},
+        {"uninstall failed", true, true, {AdminOutcome::failed, "rm: busy"}, "Permission setup failed: rm: busy", true},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.what);
+        TestEnvironment env;
+        env.platform.resources["duskwell-power"] = "/app/duskwell-power";
+        if (k.installed) env.installHelper();
+        env.platform.adminResult = k.admin;
+        std::vector<std::string> verbsAtPrompt;
+        env.platform.onAdminScript = [&](const std::string&) {
+            verbsAtPrompt = helperVerbs(env);
+            if (k.admin.outcome != AdminOutcome::succeeded) return;
+            if (k.uninstall) std::filesystem::remove(env.helperFile());
+            else env.installHelper();
+        };
+        AwakeController c;
+        ASSERT_EQ(c.helperInstalled(), k.installed);
+        k.uninstall ? c.uninstallHelper() : c.reinstallHelper();
+        EXPECT_EQ(c.lastMessage(), k.message);
+        EXPECT_EQ(c.helperInstalled(), k.installedAfter);
+        if (k.uninstall) {
+            EXPECT_EQ(verbsAtPrompt, std::vector<std::string>{"lid-off"}) << "lid sleep given back first";
+        }
+    }
 }
 
 // --- readings ---
@@ -319,12 +261,6 @@ TEST(SystemReadings, RefreshPublishesEachChangedReading) {
     EXPECT_EQ(c.battery().minutesLeft, 90);
     EXPECT_EQ(c.lidClosed(), true);
     EXPECT_EQ(c.thermal(), 2);
-}
-
-TEST(SystemReadings, TurnOffDisplaySendsTheDisplayToSleep) {
-    TestEnvironment env;
-    AwakeController::turnOffDisplay();
-    EXPECT_EQ(env.power.displaySleeps, 1);
 }
 
 }  // namespace

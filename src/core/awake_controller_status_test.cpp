@@ -9,19 +9,8 @@ namespace {
 using testing::TestEnvironment;
 using Access = AwakeControllerTestAccess;
 
-class English : public ::testing::Test {
-protected:
-    void SetUp() override { Locale::overrideForTesting(false); }
-    void TearDown() override { Locale::overrideForTesting(std::nullopt); }
-};
-
-class Korean : public ::testing::Test {
-protected:
-    void SetUp() override { Locale::overrideForTesting(true); }
-    void TearDown() override { Locale::overrideForTesting(std::nullopt); }
-};
-
-TEST_F(English, ShortClockRoundsUpAndPicksItsUnit) {
+TEST(StatusTexts, ClocksRoundUpPickTheirUnitAndNeverShowANegativeOrBrokenFigure) {
+    Locale::overrideForTesting(false);
     EXPECT_EQ(AwakeController::shortClock(0.2), "1s");
     EXPECT_EQ(AwakeController::shortClock(0), "0s");
     EXPECT_EQ(AwakeController::shortClock(59), "59s");
@@ -32,22 +21,13 @@ TEST_F(English, ShortClockRoundsUpAndPicksItsUnit) {
     EXPECT_EQ(AwakeController::shortClock(3600), "1:00");
     EXPECT_EQ(AwakeController::shortClock(3725), "1:02");
     EXPECT_EQ(AwakeController::shortClock(36000 + 59 * 60 + 59), "10:59");
-}
-
-TEST_F(English, ShortClockNeverShowsANegativeOrBrokenFigure) {
     EXPECT_EQ(AwakeController::shortClock(-12), "0s");
     EXPECT_EQ(AwakeController::shortClock(std::nan("")), "0s");
-}
-
-TEST_F(English, LongClockShowsMinutesAndSecondsThenHours) {
     EXPECT_EQ(AwakeController::longClock(59.1), "1:00");
     EXPECT_EQ(AwakeController::longClock(0), "0:00");
     EXPECT_EQ(AwakeController::longClock(605), "10:05");
     EXPECT_EQ(AwakeController::longClock(3599.5), "1:00:00");
     EXPECT_EQ(AwakeController::longClock(3661), "1:01:01");
-}
-
-TEST_F(English, LabelsOfMinutes) {
     EXPECT_EQ(AwakeController::label(0), "Unlimited");
     EXPECT_EQ(AwakeController::label(1), "1m");
     EXPECT_EQ(AwakeController::label(45), "45m");
@@ -55,17 +35,14 @@ TEST_F(English, LabelsOfMinutes) {
     EXPECT_EQ(AwakeController::label(90), "1h 30m");
     EXPECT_EQ(AwakeController::label(120), "2h");
     EXPECT_EQ(AwakeController::label(125), "2h 5m");
-}
 
-TEST_F(Korean, ClocksAndLabelsUseKoreanUnits) {
-    EXPECT_EQ(AwakeController::shortClock(0.2), "1s");
+    Locale::overrideForTesting(true);    EXPECT_EQ(AwakeController::shortClock(0.2), "1s");
     EXPECT_EQ(AwakeController::shortClock(61), "2분");
-    EXPECT_EQ(AwakeController::shortClock(3725), "1:02");
-    EXPECT_EQ(AwakeController::longClock(3661), "1:01:01");
     EXPECT_EQ(AwakeController::label(0), "무제한");
     EXPECT_EQ(AwakeController::label(30), "30분");
     EXPECT_EQ(AwakeController::label(120), "2시간");
     EXPECT_EQ(AwakeController::label(90), "1시간 30분");
+    Locale::overrideForTesting(std::nullopt);
 }
 
 TEST(MenuBarTitle, FollowsTheModeAndTheAgents) {

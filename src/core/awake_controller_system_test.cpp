@@ -8,7 +8,7 @@ namespace {
 
 using testing::TestEnvironment;
 
-TEST(IsNewer, ComparesNumberByNumber) {
+TEST(IsNewer, ComparesNumberByNumberIgnoringEmptyAndNonNumericPieces) {
     EXPECT_TRUE(AwakeController::isNewer("1.10", "1.9"));
     EXPECT_FALSE(AwakeController::isNewer("1.9", "1.10"));
     EXPECT_FALSE(AwakeController::isNewer("1.2", "1.2.0"));
@@ -17,9 +17,7 @@ TEST(IsNewer, ComparesNumberByNumber) {
     EXPECT_FALSE(AwakeController::isNewer("", "0"));
     EXPECT_TRUE(AwakeController::isNewer("0.0.1", ""));
     EXPECT_TRUE(AwakeController::isNewer("2", "1.99.99"));
-}
-
-TEST(IsNewer, IgnoresEmptyAndNonNumericPieces) {
+    // Empty and non-numeric pieces are ignored.
     EXPECT_FALSE(AwakeController::isNewer("2.0-beta", "2")) << "2.0-beta compares as 2";
     EXPECT_TRUE(AwakeController::isNewer("2.0-beta", "1.9"));
     EXPECT_FALSE(AwakeController::isNewer("1..2", "1.2"));
@@ -39,13 +37,6 @@ std::optional<UpdateInfo> feedAnswer(const std::string& body, int status = 200) 
     return c.update();
 }
 
-TEST(UpdateCheck, ANewerVersionIsShown) {
-    const auto u = feedAnswer(R"({"version":"99.1.0","url":"https://duskwell.app/download","notes":"x"})");
-    ASSERT_TRUE(u.has_value());
-    EXPECT_EQ(u->version, "99.1.0");
-    EXPECT_EQ(u->url, "https://duskwell.app/download");
-}
-
 TEST(UpdateCheck, MalformedOrOlderFeedsChangeNothing) {
     EXPECT_EQ(feedAnswer(R"({"version":99,"url":"https://duskwell.app/d"})"), std::nullopt) << "number";
     EXPECT_EQ(feedAnswer("<html>not json</html>"), std::nullopt);
@@ -61,17 +52,18 @@ TEST(UpdateCheck, MalformedOrOlderFeedsChangeNothing) {
     EXPECT_EQ(feedAnswer("", 200), std::nullopt);
 }
 
-TEST(UpdateCheck, AFailedCheckKeepsAnEarlierFind) {
+TEST(UpdateCheck, ANewerVersionIsShownAndAFailedCheckKeepsIt) {
     TestEnvironment env;
     AwakeController c;
     c.checkForUpdate();
-    env.http.respond({200, R"({"version":"99.0","url":"https://duskwell.app/d"})", std::nullopt});
+    env.http.respond({200, R"({"version":"99.1.0","url":"https://duskwell.app/download","notes":"x"})", std::nullopt});
     env.dispatcher.runMain();
     ASSERT_TRUE(c.update().has_value());
+    EXPECT_EQ(c.update()->url, "https://duskwell.app/download");
     c.checkForUpdate();
     env.http.respond({std::nullopt, "", std::string("timed out")});
     env.dispatcher.runMain();
-    EXPECT_EQ(c.update()->version, "99.0");
+    EXPECT_EQ(c.update()->version, "99.1.0");
 }
 
 TEST(UpdateCheck, AnAnswerAfterTheControllerIsGoneIsDropped) {
@@ -104,18 +96,13 @@ TEST(Permissions, ProvisionalCountsAsAllowedDeniedAndUndecidedDoNot) {
     }
 }
 
-TEST(Permissions, WithoutABundleNothingIsAskedAndNothingKnown) {
+TEST(Permissions, RefreshReadsTheHelperAndTheLoginItemAndWithoutABundleAsksNothing) {
     TestEnvironment env;
     AwakeController c;
     c.refreshPermissions();
     env.dispatcher.runMain();
     EXPECT_EQ(env.platform.authorizationRequests, 0);
     EXPECT_EQ(c.notificationsAllowed(), std::nullopt);
-}
-
-TEST(Permissions, RefreshReadsTheHelperAndTheLoginItem) {
-    TestEnvironment env;
-    AwakeController c;
     EXPECT_FALSE(c.helperInstalled());
     env.installHelper();
     env.platform.loginItem = true;

@@ -63,12 +63,10 @@ TEST(AwakeControllerSettings, SettersWriteThroughAndAnnounceOnlyRealChanges) {
 
 TEST(AwakeControllerSettings, AStoredModeOutOfRangeReadsAsAuto) {
     TestEnvironment env;
-    env.settings.setInteger(SettingsKey::mode, 7);
-    EXPECT_EQ(AwakeController().mode(), KeepMode::auto_);
-    env.settings.setInteger(SettingsKey::mode, -1);
-    EXPECT_EQ(AwakeController().mode(), KeepMode::auto_);
-    env.settings.setInteger(SettingsKey::mode, 1);
-    EXPECT_EQ(AwakeController().mode(), KeepMode::timer);
+    for (const auto& [stored, mode] : {std::pair{7, KeepMode::auto_}, {-1, KeepMode::auto_}, {1, KeepMode::timer}}) {
+        env.settings.setInteger(SettingsKey::mode, stored);
+        EXPECT_EQ(AwakeController().mode(), mode) << stored;
+    }
 }
 
 TEST(AwakeControllerSettings, UntilDateIsTheNextFullHourPlusThree) {
@@ -83,24 +81,21 @@ TEST(AwakeControllerSettings, UntilDateIsTheNextFullHourPlusThree) {
     EXPECT_EQ(AwakeController().untilDate(), localTime(3, 0, 0, 23));
 }
 
-TEST(AwakeControllerConstruction, ReadsTheFirstReadingsAndStartsTheTick) {
+TEST(AwakeControllerConstruction, ReadsTheFirstReadingsAndStartsTheTickThatDiesWithIt) {
     TestEnvironment env;
     env.power.setBattery(42, true, 80);
     env.power.lid = false;
     env.power.thermal = 1;
-    AwakeController c;
-    EXPECT_EQ(c.battery().percent, 42);
-    EXPECT_EQ(c.lidClosed(), false);
-    EXPECT_EQ(c.thermal(), 1);
-    EXPECT_EQ(env.dispatcher.liveTimers(), 1u);
-    ASSERT_TRUE(env.power.thermalObserver);
-    env.power.thermalObserver(3);
-    EXPECT_EQ(c.thermal(), 3);
-}
-
-TEST(AwakeControllerConstruction, TheTimerDiesWithTheController) {
-    TestEnvironment env;
-    { AwakeController c; }
+    {
+        AwakeController c;
+        EXPECT_EQ(c.battery().percent, 42);
+        EXPECT_EQ(c.lidClosed(), false);
+        EXPECT_EQ(c.thermal(), 1);
+        EXPECT_EQ(env.dispatcher.liveTimers(), 1u);
+        ASSERT_TRUE(env.power.thermalObserver);
+        env.power.thermalObserver(3);
+        EXPECT_EQ(c.thermal(), 3);
+    }
     EXPECT_EQ(env.dispatcher.liveTimers(), 0u);
 }
 

@@ -23,26 +23,18 @@ std::vector<std::string> languages(std::map<std::string, std::string> env) {
     });
 }
 
-TEST(LinuxLanguages, LanguageListComesFirstAndSkipsEmptyEntries) {
-    EXPECT_EQ(languages({{"LANGUAGE", ":ko_KR:en_US"}, {"LANG", "en_US.UTF-8"}}),
-              (std::vector<std::string>{"ko_KR", "en_US"}));
-    EXPECT_TRUE(Locale::isKoreanFor(languages({{"LANGUAGE", "ko"}, {"LC_ALL", "en_US.UTF-8"}})));
-}
-
-TEST(LinuxLanguages, FallsBackThroughLcAllLcMessagesAndLang) {
+TEST(LinuxLanguages, LanguageListThenLcAllLcMessagesAndLangWithCAndPosixAsEnglish) {
+    using V = std::vector<std::string>;
+    EXPECT_EQ(languages({{"LANGUAGE", ":ko_KR:en_US"}, {"LANG", "en_US.UTF-8"}}), (V{"ko_KR", "en_US"}));
     EXPECT_EQ(languages({{"LANGUAGE", ""}, {"LC_ALL", ""}, {"LC_MESSAGES", "ko_KR.UTF-8"}, {"LANG", "en_US"}}),
-              std::vector<std::string>{"ko_KR.UTF-8"});
-    EXPECT_EQ(languages({{"LC_ALL", "en_GB.UTF-8"}, {"LANG", "ko_KR.UTF-8"}}),
-              std::vector<std::string>{"en_GB.UTF-8"});
-    EXPECT_TRUE(Locale::isKoreanFor(languages({{"LANG", "ko_KR.UTF-8"}})));
-}
-
-TEST(LinuxLanguages, CAndPosixReadAsEnglishAndNothingSetIsEmpty) {
-    EXPECT_EQ(languages({{"LANG", "C"}}), std::vector<std::string>{"en"});
-    EXPECT_EQ(languages({{"LC_ALL", "C.UTF-8"}, {"LANG", "ko_KR"}}), std::vector<std::string>{"en"});
-    EXPECT_EQ(languages({{"LANGUAGE", "POSIX"}}), std::vector<std::string>{"en"});
+              V{"ko_KR.UTF-8"});
+    EXPECT_EQ(languages({{"LC_ALL", "en_GB.UTF-8"}, {"LANG", "ko_KR.UTF-8"}}), V{"en_GB.UTF-8"});
+    EXPECT_EQ(languages({{"LANG", "C"}}), V{"en"});
+    EXPECT_EQ(languages({{"LC_ALL", "C.UTF-8"}, {"LANG", "ko_KR"}}), V{"en"});
+    EXPECT_EQ(languages({{"LANGUAGE", "POSIX"}}), V{"en"});
     EXPECT_TRUE(languages({}).empty());
-    EXPECT_FALSE(Locale::isKoreanFor(languages({})));
+    EXPECT_TRUE(Locale::isKoreanFor(languages({{"LANGUAGE", "ko"}, {"LC_ALL", "en_US.UTF-8"}})));
+    EXPECT_TRUE(Locale::isKoreanFor(languages({{"LANG", "ko_KR.UTF-8"}})));
 }
 
 // A fake install: programs under a temporary root, a scripted command runner, temporary HOME.
@@ -67,8 +59,6 @@ protected:
 
 TEST_F(LinuxPlatformTest, HomeFollowsTheEnvironment) {
     EXPECT_EQ(platform().homeDirectory(), env.home.path());
-    EXPECT_FALSE(platform().userName().empty());
-    EXPECT_GT(platform().processId(), 0);
 }
 
 TEST_F(LinuxPlatformTest, ResourcesAreFoundBesideTheProgramThenInLibexec) {
@@ -153,29 +143,27 @@ TEST_F(LinuxPlatformTest, OpenURLUsesXdgOpen) {
 
 // --- administrator rights ---
 
-TEST_F(LinuxPlatformTest, PkexecRunsTheScriptThroughTheShell) {
+TEST_F(LinuxPlatformTest, PkexecRunsTheScriptThroughTheShellADismissalIsACancelAFailureKeepsItsOutput) {
     const auto pkexec = program("pkexec");
-    const auto r = platform().runAsAdmin("install -m 755 a b", "Duskwell wants to install its helper.");
-    EXPECT_EQ(r.outcome, AdminOutcome::succeeded);
+    EXPECT_EQ(platform().runAsAdmin("install -m 755 a b", "Duskwell wants to install its helper.").outcome,
+              AdminOutcome::succeeded);
     ASSERT_EQ(env.commands.calls().size(), 1u);
     EXPECT_EQ(env.commands.calls()[0].path, pkexec);
     EXPECT_EQ(env.commands.calls()[0].args, (std::vector<std::string>{"/bin/sh", "-c", "install -m 755 a b"}));
-}
-
-TEST_F(LinuxPlatformTest, DismissedPkexecDialogIsACancelNotAFailure) {
-    const auto pkexec = program("pkexec");
-    env.commands.answer(pkexec, CommandResult{126, ""});
-    EXPECT_EQ(platform().runAsAdmin("true", "p").outcome, AdminOutcome::cancelled);
-    env.commands.answer(pkexec, CommandResult{127, "Error executing command as another user: Request dismissed"});
-    EXPECT_EQ(platform().runAsAdmin("true", "p").outcome, AdminOutcome::cancelled);
-}
-
-TEST_F(LinuxPlatformTest, FailingScriptIsAFailureWithItsOutput) {
-    const auto pkexec = program("pkexec");
-    env.commands.answer(pkexec, CommandResult{1, "install: cannot create regular file\n"});
-    const auto r = platform().runAsAdmin("install a b", "p");
-    EXPECT_EQ(r.outcome, AdminOutcome::failed);
-    EXPECT_EQ(r.message, "install: cannot create regular file");
+    struct Case {
+        int status;
+        const char* output;
+        AdminOutcome outcome;
+        const char* message;
+    };
+    for (const auto& k : {Case{126, "", AdminOutcome::cancelled, ""},
+                          Case{127, "Error executing command as another user: Request dismissed", AdminOutcome::cancelled, ""},
+                          Case{1, "install: cannot create regular file\n", AdminOutcome::failed, "install: cannot create regular file"}}) {
+        env.commands.answer(pkexec, CommandResult{k.status, k.output});
+        const auto r = platform().runAsAdmin("install a b", "p");
+        EXPECT_EQ(r.outcome, k.outcome) << k.output;
+        EXPECT_EQ(r.message, k.message) << k.output;
+    }
 }
 
 TEST_F(LinuxPlatformTest, PkexecWithoutAnAgentFallsBackToSudoOnATerminal) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "core/platform_mac.h"
+#include "power/power_helper.h"
 
 namespace duskwell {
 namespace {
@@ -16,16 +17,6 @@ NSString* ns(const std::string& s) {
 std::string str(NSString* s) {
     const char* utf8 = s.UTF8String;
     return utf8 ? utf8 : "";
-}
-
-// A string literal for AppleScript: backslashes and double quotes escaped.
-std::string appleScriptString(const std::string& s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '\\' || c == '"') out += '\\';
-        out += c;
-    }
-    return out + "\"";
 }
 
 }  // namespace
@@ -119,16 +110,19 @@ bool MacPlatform::openURL(const std::string& url) {
 }
 
 AdminResult MacPlatform::runAsAdmin(const std::string& script, const std::string& prompt) {
-    const std::string source = "do shell script " + appleScriptString(script) + " with prompt " +
-                               appleScriptString(prompt) + " with administrator privileges";
-    NSAppleScript* apple = [[NSAppleScript alloc] initWithSource:ns(source)];
-    NSDictionary* error = nil;
+    // The one tested source: lines joined by "; ", quotes and backslashes escaped.
+    NSAppleScript* apple = [[NSAppleScript alloc] initWithSource:ns(PowerHelper::adminScriptSource(script, prompt))];
+    if (apple == nil) return {AdminOutcome::succeeded, {}};
+    NSDictionary<NSString*, id>* error = nil;
     [apple executeAndReturnError:&error];
-    if (!error) return {AdminOutcome::succeeded, {}};
-    NSNumber* number = error[NSAppleScriptErrorNumber];
-    if (number && number.intValue == -128) return {AdminOutcome::cancelled, {}};  // user cancelled
-    NSString* message = error[NSAppleScriptErrorMessage];
-    return {AdminOutcome::failed, message ? str(message) : std::string("AppleScript error")};
+    if (error == nil) return {AdminOutcome::succeeded, {}};
+    id number = error[NSAppleScriptErrorNumber];
+    if ([number isKindOfClass:[NSNumber class]] && [(NSNumber*)number intValue] == -128) {
+        return {AdminOutcome::cancelled, {}};  // Cancel in the password dialog
+    }
+    id message = error[NSAppleScriptErrorMessage];
+    if ([message isKindOfClass:[NSString class]]) return {AdminOutcome::failed, str((NSString*)message)};
+    return {AdminOutcome::failed, str(error.description)};
 }
 
 }  // namespace duskwell

@@ -2,6 +2,7 @@
 #import <CoreImage/CoreImage.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "phone/qr_code.h"
 
@@ -22,11 +23,21 @@ void* qrImage(std::string_view text, double size) {
     @autoreleasepool {
         CIImage* output = generate(text);
         if (output == nil) return nullptr;
+        // A 2x backing of whole pixels per module, sampled nearest: sharp module edges on
+        // high-density screens. The code is centred on light ground to fill the backing.
         const CGRect extent = output.extent;
-        // A 2x backing keeps the modules sharp on high-density screens.
-        CIImage* scaled = [output imageByApplyingTransform:CGAffineTransformMakeScale(
-                                      2 * size / extent.size.width, 2 * size / extent.size.height)];
-        NSCIImageRep* rep = [NSCIImageRep imageRepWithCIImage:scaled];
+        const double pixels = 2 * size;
+        const double factor = std::max(1.0, std::floor(pixels / extent.size.width));
+        CIImage* scaled = [[output imageBySamplingNearest]
+            imageByApplyingTransform:CGAffineTransformMakeScale(factor, factor)];
+        const double inset = std::max(0.0, std::floor((pixels - scaled.extent.size.width) / 2));
+        CIImage* centred = [scaled imageByApplyingTransform:CGAffineTransformMakeTranslation(
+                                       inset - scaled.extent.origin.x, inset - scaled.extent.origin.y)];
+        CIImage* ground = [CIImage imageWithColor:[CIColor colorWithRed:1 green:1 blue:1]];
+        CIImage* framed = [[centred imageByCompositingOverImage:ground]
+            imageByCroppingToRect:CGRectMake(0, 0, std::max(pixels, scaled.extent.size.width),
+                                             std::max(pixels, scaled.extent.size.height))];
+        NSCIImageRep* rep = [NSCIImageRep imageRepWithCIImage:framed];
         NSImage* image = [[NSImage alloc] initWithSize:NSMakeSize(size, size)];
         [image addRepresentation:rep];
         return const_cast<void*>(CFBridgingRetain(image));

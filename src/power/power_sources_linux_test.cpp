@@ -47,7 +47,7 @@ TEST_F(FakeRoot, BatteriesAreReadFromTheirSupplyAttributes) {
         const char* what;
         std::vector<std::pair<std::string, Attributes>> supplies;
         std::optional<int> percent, minutesLeft;
-        bool onBattery, charging;
+        bool onBattery, charging, hasBattery = true;
     };
     const Attributes full{{"type", "Battery"}, {"status", "Full"}, {"capacity", "100"}, {"energy_now", "50000000"}, {"power_now", "0"}};
     const Case cases[] = {
@@ -72,13 +72,18 @@ TEST_F(FakeRoot, BatteriesAreReadFromTheirSupplyAttributes) {
         {"capacity out of range: the counters; full without an adapter is battery power",
          {{"BAT0", {{"type", "Battery"}, {"status", "Full"}, {"capacity", "250"}, {"energy_now", "1"}, {"energy_full", "4"}}}},
          25, std::nullopt, true, false},
+        {"a desktop with only an adapter", {{"AC", {{"type", "Mains"}, {"online", "1"}}}}, std::nullopt, std::nullopt, false, false, false},
+        {"peripheral and absent batteries are not the machine's",
+         {{"hidpp_battery_0", {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "5"}, {"status", "Discharging"}}},
+          {"BAT1", {{"type", "Battery"}, {"present", "0"}}}},
+         std::nullopt, std::nullopt, false, false, false},
     };
     for (const auto& k : cases) {
         SCOPED_TRACE(k.what);
         fs::remove_all(root.path() + "/sys");
         for (const auto& [name, attributes] : k.supplies) supply(name, attributes);
         const auto b = battery();
-        EXPECT_TRUE(b.hasBattery);
+        EXPECT_EQ(b.hasBattery, k.hasBattery);
         EXPECT_EQ(b.percent, k.percent);
         EXPECT_EQ(b.minutesLeft, k.minutesLeft);
         EXPECT_EQ(b.onBattery, k.onBattery);
@@ -95,23 +100,10 @@ TEST_F(FakeRoot, UnreadableAttributeIsTreatedAsMissing) {
     EXPECT_EQ(b.percent, std::nullopt);
 }
 
-TEST_F(FakeRoot, DesktopWithOnlyAnAdapterHasNoBattery) {
-    supply("AC", {{"type", "Mains"}, {"online", "1"}});
-    const auto sources = power.powerSources();
-    ASSERT_TRUE(sources.has_value());
-    EXPECT_TRUE(sources->empty());
-    EXPECT_EQ(battery(), BatteryInfo{});
-}
-
 TEST_F(FakeRoot, NoPowerSupplyFolderMeansTheListCannotBeRead) {
     EXPECT_EQ(power.powerSources(), std::nullopt);
-    EXPECT_FALSE(battery().hasBattery);
-}
-
-TEST_F(FakeRoot, PeripheralAndAbsentBatteriesAreNotTheMachines) {
-    supply("hidpp_battery_0", {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "5"}, {"status", "Discharging"}});
-    supply("BAT1", {{"type", "Battery"}, {"present", "0"}});
-    EXPECT_FALSE(battery().hasBattery);
+    supply("AC", {{"type", "Mains"}, {"online", "1"}});
+    EXPECT_EQ(power.powerSources(), std::vector<PowerSourceDescription>{});
 }
 
 // --- lid ---
@@ -140,11 +132,10 @@ protected:
     }
 };
 
-TEST_F(Thermal, NoZonesIsNominal) { EXPECT_EQ(power.thermalState(), 0); }
-
 TEST_F(Thermal, EachTripTypeReachedRaisesTheLevel) {
     const std::vector<std::pair<std::string, long>> trips{
         {"active", 50000}, {"passive", 80000}, {"hot", 95000}, {"critical", 105000}};
+    EXPECT_EQ(power.thermalState(), 0);  // no zones: nominal
     zone(0, 60000, trips);
     EXPECT_EQ(power.thermalState(), 0);  // active trips only run fans
     zone(0, 80000, trips);
@@ -191,16 +182,11 @@ TEST_F(FakeRoot, BatterySettingsComeFromPowerProfilesDaemon) {
     env.commands.answer(ctl + " get", CommandResult{0, "balanced"});
     EXPECT_EQ(power.batterySetting("powermode"), 0);
     EXPECT_EQ(power.batterySetting("sleep"), std::nullopt);
+    env.commands.answer(ctl + " get", CommandResult{0, "Performance\n"});  // names are exact
+    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);
     env.commands.answer(ctl + " get", CommandResult{1, "Failed to connect to daemon"});
     EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);
     EXPECT_EQ(env.commands.lines().back(), ctl + " get");
-}
-
-TEST(ProfileSetting, MapsEveryProfileAndRejectsGarbage) {
-    EXPECT_EQ(profileSetting("balanced", "lowpowermode"), 0);
-    EXPECT_EQ(profileSetting("power-saver", "powermode"), 1);
-    EXPECT_EQ(profileSetting("Performance", "powermode"), std::nullopt);
-    EXPECT_EQ(profileSetting("", "lowpowermode"), std::nullopt);
 }
 
 // --- screen lock ---
@@ -242,7 +228,9 @@ protected:
     }
 };
 
-TEST_F(Inhibit, MissingSystemdInhibitGrantsNothing) {
+TEST_F(Inhibit, MissingOrRefusingSystemdInhibitGrantsNothing) {
+    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
+    program("systemd-inhibit", "echo 'Failed to inhibit: Access denied' >&2\nexit 1\n");
     EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
 }
 
@@ -257,24 +245,14 @@ TEST_F(Inhibit, HoldsAnIdleAndSleepLockUntilReleased) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(fs::exists(endedFile()));  // still holding
 
+    const auto other = power.createIdleAssertion("b");  // a second one is independent
+    ASSERT_TRUE(other.has_value());
+    EXPECT_NE(*other, *id);
+
     power.releaseIdleAssertion(*id);
     EXPECT_EQ(readFile(endedFile()), "released\n");  // release waits for it to end
     power.releaseIdleAssertion(*id);                 // a second release does nothing
-}
-
-TEST_F(Inhibit, TwoAssertionsAreIndependent) {
-    standIn();
-    const auto a = power.createIdleAssertion("a");
-    const auto b = power.createIdleAssertion("b");
-    ASSERT_TRUE(a && b);
-    EXPECT_NE(*a, *b);
-    power.releaseIdleAssertion(*a);
-    power.releaseIdleAssertion(*b);
-}
-
-TEST_F(Inhibit, RefusedLockIsNotGranted) {
-    program("systemd-inhibit", "echo 'Failed to inhibit: Access denied' >&2\nexit 1\n");
-    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
+    power.releaseIdleAssertion(*other);
 }
 
 TEST_F(Inhibit, TheLockEndsWhenItsOwnerDiesWithoutReleasing) {

@@ -38,13 +38,9 @@ TEST(ScaledClock, OnlyAPlainNumberFromOneUpEnablesIt) {
     EXPECT_EQ(parseTimeScale("60"), 60.0);
     EXPECT_EQ(parseTimeScale("1.5"), 1.5);
     EXPECT_EQ(parseTimeScale(nullptr), std::nullopt);
-    EXPECT_EQ(parseTimeScale(""), std::nullopt);
-    EXPECT_EQ(parseTimeScale("0.5"), std::nullopt);  // slower time is no test aid
-    EXPECT_EQ(parseTimeScale("-60"), std::nullopt);
-    EXPECT_EQ(parseTimeScale("60x"), std::nullopt);
-    EXPECT_EQ(parseTimeScale("inf"), std::nullopt);
-    EXPECT_EQ(parseTimeScale("nan"), std::nullopt);
-    EXPECT_EQ(parseTimeScale("100000"), std::nullopt);
+    // Slower time is no test aid; anything but a plain number is refused.
+    for (const char* text : {"", "0.5", "-60", "60x", "inf", "nan", "100000"})
+        EXPECT_EQ(parseTimeScale(text), std::nullopt) << text;
 }
 
 TEST(InstanceLock, SecondHolderIsRefusedAndToldTheFirstPid) {
@@ -100,7 +96,7 @@ TEST(InstanceLock, AnUnusableFolderIsAnErrorNotABusyLock) {
     EXPECT_FALSE(busy.pid.has_value());
 }
 
-TEST(DaemonOptions, ReadsTheURLToForwardInEitherForm) {
+TEST(DaemonOptions, ReadsTheURLToForwardInEitherFormAndRefusesWhatItDoesNotKnow) {
     EXPECT_EQ(parseDaemonOptions({"--open-url", "duskwell://start"}).openURL, "duskwell://start");
     EXPECT_EQ(parseDaemonOptions({"--open-url=duskwell://stop"}).openURL, "duskwell://stop");
     EXPECT_EQ(parseDaemonOptions({"duskwell://toggle"}).openURL, "duskwell://toggle");
@@ -108,19 +104,11 @@ TEST(DaemonOptions, ReadsTheURLToForwardInEitherForm) {
     EXPECT_TRUE(parseDaemonOptions({"-h"}).help);
     const auto none = parseDaemonOptions({});
     EXPECT_FALSE(none.openURL || none.error || none.help || none.noDashboard);
-}
-
-TEST(DaemonOptions, RefusesWhatItDoesNotKnow) {
-    EXPECT_TRUE(parseDaemonOptions({"--open-url"}).error.has_value());
-    EXPECT_TRUE(parseDaemonOptions({"--frobnicate"}).error.has_value());
-    EXPECT_TRUE(parseDaemonOptions({"https://example.com"}).error.has_value());
-}
-
-TEST(DaemonOptions, HelpNamesTheKeysAndBothModes) {
+    for (const char* bad : {"--open-url", "--frobnicate", "https://example.com"})
+        EXPECT_TRUE(parseDaemonOptions({bad}).error.has_value()) << bad;
     const std::string help = daemonHelpText();
-    for (const char* needle : {"dashboard", "journal", "space", "settings", "q ", "SIGTERM", "--open-url"}) {
+    for (const char* needle : {"dashboard", "journal", "space", "settings", "q ", "SIGTERM", "--open-url"})
         EXPECT_NE(help.find(needle), std::string::npos) << needle;
-    }
 }
 
 TEST(TerminalText, CountsColumnsNotBytes) {

@@ -9,14 +9,16 @@ using Cmd = DashboardCommand;
 
 Cmd performing(const Action& a) { return Cmd{Cmd::Kind::perform, a}; }
 
-void bind(std::vector<KeyBinding>& out, char c, std::string hint, Cmd cmd) {
+// Not `bind`: with a string literal for `hint`, argument-dependent lookup prefers std::bind
+// (a better match than converting to std::string) and the binding silently vanishes.
+void bindKey(std::vector<KeyBinding>& out, char c, std::string hint, Cmd cmd) {
     std::string label = c == ' ' ? "space" : std::string(1, c);
     out.push_back(KeyBinding{Key::character(c), std::move(label), std::move(hint), std::move(cmd)});
 }
 
 void bindButton(std::vector<KeyBinding>& out, char c, const Button& b, bool inFooter = false) {
     if (!b.enabled) return;
-    bind(out, c, inFooter ? b.title : "", performing(b.action));
+    bindKey(out, c, inFooter ? b.title : "", performing(b.action));
 }
 
 // The until picker moves to the next or previous quarter hour, wrapping around midnight.
@@ -31,7 +33,7 @@ void mainBindings(std::vector<KeyBinding>& out, const MainPageModel& m) {
     bindButton(out, ' ', m.hero.mainButton, /*inFooter=*/true);
     const char modeKeys[] = {'a', 't', 'u'};
     for (std::size_t i = 0; i < m.modePicker.size() && i < 3; ++i) {
-        if (m.modePicker[i].enabled) bind(out, modeKeys[i], "", performing(m.modePicker[i].action));
+        if (m.modePicker[i].enabled) bindKey(out, modeKeys[i], "", performing(m.modePicker[i].action));
     }
     const char extendKeys[] = {'+', '>'};
     for (std::size_t i = 0; i < m.hero.extendRow.size() && i < 2; ++i) bindButton(out, extendKeys[i], m.hero.extendRow[i]);
@@ -42,12 +44,12 @@ void mainBindings(std::vector<KeyBinding>& out, const MainPageModel& m) {
             const bool last = i + 1 == chips.size();
             if (!last && i >= 9) continue;
             if (!chips[i].enabled) continue;
-            bind(out, last ? '0' : static_cast<char>('1' + i), "", performing(chips[i].action));
+            bindKey(out, last ? '0' : static_cast<char>('1' + i), "", performing(chips[i].action));
         }
     }
     if (m.until) {
-        bind(out, '[', "", performing(untilShifted(*m.until, -1)));
-        bind(out, ']', "", performing(untilShifted(*m.until, 1)));
+        bindKey(out, '[', "", performing(untilShifted(*m.until, -1)));
+        bindKey(out, ']', "", performing(untilShifted(*m.until, 1)));
         if (m.until->apply.enabled) {
             out.push_back(KeyBinding{Key::special(Key::Kind::enter), "Enter", "", performing(m.until->apply.action)});
         }
@@ -62,16 +64,16 @@ void mainBindings(std::vector<KeyBinding>& out, const MainPageModel& m) {
 void settingsBindings(std::vector<KeyBinding>& out, const SettingsPageModel& s) {
     if (s.back.enabled) {
         out.push_back(KeyBinding{Key::special(Key::Kind::escape), "Esc", s.back.title, performing(s.back.action)});
-        bind(out, 'b', "", performing(s.back.action));
+        bindKey(out, 'b', "", performing(s.back.action));
     }
     for (std::size_t i = 0; i < s.integration.rows.size() && i < 9; ++i) {
         const auto& t = s.integration.rows[i].toggle;
-        if (t.enabled) bind(out, static_cast<char>('1' + i), "", performing(t.action));
+        if (t.enabled) bindKey(out, static_cast<char>('1' + i), "", performing(t.action));
     }
     if (s.phone.test) bindButton(out, 'x', *s.phone.test);
     const char behaviorKeys[] = {'m', 'l', 'h', 'o'};
     for (std::size_t i = 0; i < s.behavior.toggles.size() && i < 4; ++i) {
-        if (s.behavior.toggles[i].enabled) bind(out, behaviorKeys[i], "", performing(s.behavior.toggles[i].action));
+        if (s.behavior.toggles[i].enabled) bindKey(out, behaviorKeys[i], "", performing(s.behavior.toggles[i].action));
     }
     // The battery guard picker steps through its values.
     const auto& opts = s.behavior.batteryOptions;
@@ -80,16 +82,16 @@ void settingsBindings(std::vector<KeyBinding>& out, const SettingsPageModel& s) 
         if (opts[i].value == s.behavior.batterySelected) at = i;
     }
     if (!opts.empty()) {
-        if (at > 0) bind(out, '[', "", performing(opts[at - 1].action));
-        if (at + 1 < opts.size()) bind(out, ']', "", performing(opts[at + 1].action));
+        if (at > 0) bindKey(out, '[', "", performing(opts[at - 1].action));
+        if (at + 1 < opts.size()) bindKey(out, ']', "", performing(opts[at + 1].action));
     }
     if (s.shortcuts.terminal.button) bindButton(out, 'i', *s.shortcuts.terminal.button);
     if (s.permissions.power.button) bindButton(out, 'w', *s.permissions.power.button);
     if (s.permissions.notifications.button) bindButton(out, 'n', *s.permissions.notifications.button);
     out.push_back(KeyBinding{Key::special(Key::Kind::down), "j/↓", "", Cmd{Cmd::Kind::scrollDown, std::nullopt}});
-    bind(out, 'j', T("아래로", "scroll"), Cmd{Cmd::Kind::scrollDown, std::nullopt});
+    bindKey(out, 'j', T("아래로", "scroll"), Cmd{Cmd::Kind::scrollDown, std::nullopt});
     out.push_back(KeyBinding{Key::special(Key::Kind::up), "k/↑", "", Cmd{Cmd::Kind::scrollUp, std::nullopt}});
-    bind(out, 'k', "", Cmd{Cmd::Kind::scrollUp, std::nullopt});
+    bindKey(out, 'k', "", Cmd{Cmd::Kind::scrollUp, std::nullopt});
 }
 
 }  // namespace
@@ -140,8 +142,8 @@ std::vector<KeyBinding> keyBindings(const PopoverModel& model, const Action& pho
     } else if (model.main) {
         mainBindings(out, *model.main);
     }
-    bind(out, 'p', T("폰 알림 켜기/끄기", "phone on/off"), performing(phoneToggle));
-    bind(out, 'q', T("종료", "quit"), Cmd{Cmd::Kind::quit, std::nullopt});
+    bindKey(out, 'p', T("폰 알림 켜기/끄기", "phone on/off"), performing(phoneToggle));
+    bindKey(out, 'q', T("종료", "quit"), Cmd{Cmd::Kind::quit, std::nullopt});
     return out;
 }
 

@@ -59,6 +59,10 @@ TEST_F(DashboardWithController, IdleMainPageBindsTheHeroButtonModesSettingsPhone
     // Idle: no extend row; auto mode: no preset chips.
     EXPECT_FALSE(commandForKey(b, Key::character('+')));
     EXPECT_FALSE(commandForKey(b, Key::character('1')));
+    // Privileged controls have no key while busy; quitting always works.
+    viewtest::Access::viewsSetBusy(c, true);
+    EXPECT_FALSE(commandForKey(bindings(), Key::character(' ')));
+    EXPECT_EQ(commandForKey(bindings(), Key::character('q'))->kind, Cmd::Kind::quit);
 }
 
 TEST_F(DashboardWithController, TimerModeBindsPresetsToDigitsAndNoLimitToZero) {
@@ -70,13 +74,6 @@ TEST_F(DashboardWithController, TimerModeBindsPresetsToDigitsAndNoLimitToZero) {
     EXPECT_EQ(actionFor(b, '2'), Action::preset(presets[1]));
     EXPECT_EQ(actionFor(b, '0'), Action::preset(0));
     EXPECT_EQ(keyLabelFor(b, Action::preset(presets[0])), "1");
-}
-
-TEST_F(DashboardWithController, PrivilegedControlsHaveNoKeyWhileBusy) {
-    viewtest::Access::viewsSetBusy(c, true);
-    const auto b = bindings();
-    EXPECT_FALSE(commandForKey(b, Key::character(' ')));
-    EXPECT_EQ(commandForKey(b, Key::character('q'))->kind, Cmd::Kind::quit);  // quitting always works
 }
 
 TEST_F(DashboardWithController, SettingsPageBindsBackSwitchesHelperAndBatteryGuard) {
@@ -129,15 +126,19 @@ TEST(DashboardKeys, UntilPickerStepsToTheNeighbouringQuarterHours) {
     EXPECT_EQ(actionFor(keyBindings(m, Action{}), Key::special(Key::Kind::enter)), m.main->until->apply.action);
 }
 
+std::string joined(const std::vector<std::string>& lines) {
+    std::string all;
+    for (const auto& l : lines) all += l + "\n";
+    return all;
+}
+
 TEST_F(DashboardWithController, FrameFillsTheWindowExactlyWithTheKeyMapAtTheBottom) {
     int scroll = 0;
     for (auto [w, h] : {std::pair{80, 24}, std::pair{40, 12}, std::pair{120, 50}}) {
         const auto lines = renderDashboard(makeDashboardView(c, welcomeText(), false), w, h, scroll);
         ASSERT_EQ(static_cast<int>(lines.size()), h);
         for (const auto& l : lines) EXPECT_LE(displayWidth(l), w) << l;
-        std::string all;
-        for (const auto& l : lines) all += l + "\n";
-        EXPECT_NE(lines.back().find("quit"), std::string::npos) << all;
+        EXPECT_NE(lines.back().find("quit"), std::string::npos) << joined(lines);
         EXPECT_NE(lines.front().find("Duskwell"), std::string::npos);
     }
 }
@@ -146,17 +147,13 @@ TEST_F(DashboardWithController, TallSettingsPageScrollsAndSaysThereIsMore) {
     c.setScreen(Screen::settings);
     const DashboardView v = makeDashboardView(c, std::nullopt, false);
     int scroll = 0;
-    auto lines = renderDashboard(v, 80, 16, scroll);
-    std::string top;
-    for (const auto& l : lines) top += l + "\n";
+    const std::string top = joined(renderDashboard(v, 80, 16, scroll));
     EXPECT_NE(top.find("more below"), std::string::npos) << top;
     EXPECT_EQ(top.find("Permissions"), std::string::npos);
     scroll = 1000;  // clamped to the last page
-    lines = renderDashboard(v, 80, 16, scroll);
+    const std::string bottom = joined(renderDashboard(v, 80, 16, scroll));
     EXPECT_LT(scroll, 1000);
     EXPECT_GT(scroll, 0);
-    std::string bottom;
-    for (const auto& l : lines) bottom += l + "\n";
     EXPECT_NE(bottom.find("Permissions"), std::string::npos) << bottom;
     EXPECT_EQ(bottom.find("more below"), std::string::npos);
 }
@@ -164,8 +161,7 @@ TEST_F(DashboardWithController, TallSettingsPageScrollsAndSaysThereIsMore) {
 TEST_F(DashboardWithController, ControlsShowTheirKeysAndTheWelcomeOnlyOnTheMainPage) {
     c.setMode(KeepMode::timer);
     int scroll = 0;
-    std::string frame;
-    for (const auto& l : renderDashboard(makeDashboardView(c, welcomeText(), false), 100, 40, scroll)) frame += l + "\n";
+    const std::string frame = joined(renderDashboard(makeDashboardView(c, welcomeText(), false), 100, 40, scroll));
     EXPECT_NE(frame.find("[1] 30m"), std::string::npos) << frame;
     EXPECT_NE(frame.find("[0] ∞"), std::string::npos) << frame;
     EXPECT_NE(frame.find("[space] Start"), std::string::npos) << frame;

@@ -21,8 +21,12 @@
 - (void)fire:(id)sender;
 @end
 
-// The popover's content: rebuilt from PopoverModel on every controller change.
+// The popover's content, drawn from PopoverModel. Main thread.
 @interface DWPopoverViewController : NSViewController
 - (instancetype)initWithDelegate:(AppDelegate*)delegate;
+// Rebuilds the page now if its model changed since the last build.
 - (void)reload;
+// Reloads on a later turn of the run loop in its default mode: never while a control tracks
+// the mouse or a menu is open, once for any number of calls in between.
+- (void)scheduleReload;
 @end

@@ -2,8 +2,10 @@
 // the orderly stop on quit, power-off and termination signals. Main thread only.
 #import "app_delegate_mac.h"
 
+#include <unistd.h>
+
 #include <csignal>
-#include <cstdlib>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
@@ -40,6 +42,15 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
         [delegate performAction:duskwell::Action::make(duskwell::Action::Kind::toggle)];
     });
     return noErr;
+}
+
+// Leaves after the final stop without running static destructors: the monitor's queue may
+// still be scanning, and nothing may be torn down under it. Pending settings and buffered
+// output are written out first.
+[[noreturn]] void leaveProcess() {
+    CFPreferencesAppSynchronize(kCFPreferencesCurrentApplication);
+    std::fflush(nullptr);
+    _exit(0);
 }
 
 }  // namespace
@@ -159,11 +170,11 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
                     object:nil
                      queue:[NSOperationQueue mainQueue]
                 usingBlock:^(NSNotification*) {
-                  [weakSelf performAction:duskwell::Action::make(duskwell::Action::Kind::shutdown)];
+                  [weakSelf finalStop];  // marked done: the termination that follows does not stop again
                 }];
 
-    // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0. The default disposition is
-    // ignored so that the dispatch sources alone see them.
+    // SIGTERM, SIGINT, SIGHUP: stop, then leave with status 0 (leaveProcess). The default
+    // disposition is ignored so that the dispatch sources alone see them.
     for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
         std::signal(sig, SIG_IGN);
         dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(sig),
@@ -171,7 +182,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
         if (!source) continue;
         dispatch_source_set_event_handler(source, ^{
           [weakSelf finalStop];
-          std::exit(0);
+          leaveProcess();
         });
         dispatch_resume(source);
         [_signalSources addObject:source];
@@ -226,9 +237,11 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 - (void)applicationWillTerminate:(NSNotification*)notification {
     (void)notification;
     [self finalStop];
+    leaveProcess();  // instead of AppKit's exit(), which runs static destructors
 }
 
-// Every way out except a crash comes here once: quit (through termination) and the signals.
+// Every way out except a crash comes here once: quit (through termination), power-off and
+// the signals.
 - (void)finalStop {
     if (_stopped) return;
     _stopped = YES;
@@ -245,7 +258,8 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
       if (!strong) return;
       strong->_redrawPending = NO;
       [strong updateStatusItem];
-      if (strong->_popover.shown) [strong->_content reload];
+      // Rebuilt only when its model changed, and outside event tracking (scheduleReload).
+      if (strong->_popover.shown) [strong->_content scheduleReload];
     });
 }
 
@@ -275,6 +289,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
     (void)sender;
     NSEvent* event = [NSApp currentEvent];
     if (event.type == NSEventTypeRightMouseUp || (event.modifierFlags & NSEventModifierFlagControl)) {
+        if (_popover.shown) [_popover performClose:nil];  // a Control-click left it open
         [self showQuickMenu];
         return;
     }
@@ -333,6 +348,16 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 - (void)popoverWillShow:(NSNotification*)notification {
     (void)notification;
     [self performAction:duskwell::Action::make(duskwell::Action::Kind::popoverOpened)];
+}
+
+// A transient popover closes on any mouse-down outside it, the status item's own included;
+// the mouse-up would then reach onClick and open it again. That left mouse-down is refused
+// here, and onClick closes the popover on the mouse-up instead.
+- (BOOL)popoverShouldClose:(NSPopover*)popover {
+    (void)popover;
+    NSEvent* event = [NSApp currentEvent];
+    const BOOL onStatusItem = event.window != nil && event.window == _statusItem.button.window;
+    return !(onStatusItem && event.type == NSEventTypeLeftMouseDown);
 }
 
 - (void)popoverDidClose:(NSNotification*)notification {

@@ -2,6 +2,7 @@
 // every text, symbol, state and action comes from the model.
 #import "app_delegate_mac.h"
 
+#include <optional>
 #include <string>
 
 #include "app/popover_model.h"
@@ -20,13 +21,21 @@ static const CGFloat kWidth = 340;
 @implementation DWPopoverViewController {
     __weak AppDelegate* _delegate;
     NSStackView* _stack;
+    std::optional<dw::PopoverModel> _built;  // what the page shows now
+    NSTextField* _ringText;                   // the ring's clock, updated in place
+    NSProgressIndicator* _ringBar;
     NSMutableArray* _targets;
+    // The targets of the page before: a click sent just before the rebuild still finds its
+    // target (controls hold them weakly). Dropped at the next rebuild.
+    NSMutableArray* _previousTargets;
+    BOOL _reloadScheduled;
 }
 
 - (instancetype)initWithDelegate:(AppDelegate*)delegate {
     if ((self = [super initWithNibName:nil bundle:nil])) {
         _delegate = delegate;
         _targets = [NSMutableArray array];
+        _previousTargets = [NSMutableArray array];
     }
     return self;
 }
@@ -159,9 +168,13 @@ static const CGFloat kWidth = 340;
     ring.minValue = 0;
     ring.maxValue = 1;
     ring.doubleValue = h.ring.progress;
+    _ringBar = ring;
     NSMutableArray* centre = [NSMutableArray array];
     if (!h.ring.symbol.empty()) [centre addObject:[self symbol:h.ring.symbol]];
-    if (!h.ring.text.empty()) [centre addObject:[self text:h.ring.text size:20 bold:YES]];
+    if (!h.ring.text.empty()) {
+        _ringText = [self text:h.ring.text size:20 bold:YES];
+        [centre addObject:_ringText];
+    }
     if (!h.ring.caption.empty()) [centre addObject:[self text:h.ring.caption size:11 bold:NO]];
     [_stack addArrangedSubview:[self row:centre]];
     [_stack addArrangedSubview:ring];
@@ -274,19 +287,43 @@ static const CGFloat kWidth = 340;
     [_stack addArrangedSubview:[self row:@[ [self button:p.website], [self button:p.quit] ]]];
 }
 
+- (void)scheduleReload {
+    if (_reloadScheduled) return;
+    _reloadScheduled = YES;
+    [self performSelector:@selector(scheduledReload) withObject:nil afterDelay:0 inModes:@[ NSDefaultRunLoopMode ]];
+}
+
+- (void)scheduledReload {
+    _reloadScheduled = NO;
+    [self reload];
+}
+
 - (void)reload {
     [self view];  // loads the stack on first use
+    AppDelegate* delegate = _delegate;
+    if (!delegate) return;
+    dw::PopoverModel model = dw::makePopoverModel([delegate controller]);
+    // Unchanged: the controls stay, with their selection, focus and any click in flight.
+    if (_built && *_built == model) return;
+    // A running period's second: only the clock and the fill move.
+    if (_built && dw::onlyRingTicked(*_built, model) && _ringText && _ringBar) {
+        _ringText.stringValue = str(model.main->hero.ring.text);
+        _ringBar.doubleValue = model.main->hero.ring.progress;
+        _built = std::move(model);
+        return;
+    }
+    _ringText = nil;
+    _ringBar = nil;
     for (NSView* v in [_stack.arrangedSubviews copy]) {
         [_stack removeArrangedSubview:v];
         [v removeFromSuperview];
     }
-    [_targets removeAllObjects];
-    AppDelegate* delegate = _delegate;
-    if (!delegate) return;
-    const dw::PopoverModel model = dw::makePopoverModel([delegate controller]);
+    _previousTargets = _targets;
+    _targets = [NSMutableArray array];
     if (model.main) [self addMain:*model.main];
     if (model.settings) [self addSettings:*model.settings];
     self.preferredContentSize = _stack.fittingSize;
+    _built = std::move(model);
 }
 
 @end
