@@ -185,6 +185,8 @@ def check_network(sb, rep, kind):
 
 # ---------------------------------------------------------------------------- Claude Code
 
+# The empty input line of Claude's prompt box, shown once it takes input.
+CLAUDE_READY = r"(?m)^❯\s*$"
 CLAUDE_EVENTS = ("SessionStart SessionEnd UserPromptSubmit PreToolUse PostToolUse PostToolUseFailure "
                  "PermissionRequest PermissionDenied Notification Stop StopFailure").split()
 
@@ -200,12 +202,14 @@ def claude(sb, rep):
                                              "hasCompletedProjectOnboarding": True}}}, f)
     os.makedirs(os.path.join(sb.project, ".claude"))
     with open(os.path.join(sb.project, ".claude", "settings.local.json"), "w") as f:
-        json.dump({"permissions": {"allow": ["Bash(./work.sh:*)"]}}, f)  # turn 1 runs unasked
+        # Turn 1 runs unasked; newer builds default to "auto" mode, which would answer turn 2's
+        # question by itself, so the asking mode is chosen explicitly.
+        json.dump({"permissions": {"allow": ["Bash(./work.sh:*)"], "defaultMode": "default"}}, f)
     sb.start_daemon()
 
     # Without hooks: the process scan alone must find the npm install (a native claude.exe).
     tmux.type("clear; claude")
-    tmux.wait_screen(r"\? for shortcuts", 60)
+    tmux.wait_screen(CLAUDE_READY, 60)
     table = process_table()
     rep.log("claude at rest: " + describe_tree(table, find_processes(r"^claude( |$)", table)))
     check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, OUT_OF_PERIOD)
@@ -223,7 +227,7 @@ def claude(sb, rep):
 
     t = time.time()
     tmux.type("clear; claude")
-    tmux.wait_screen(r"\? for shortcuts", 60)
+    tmux.wait_screen(CLAUDE_READY, 60)
     sb.wait_event("SessionStart", t, 20)
     start_auto(sb, rep)
     check.expect("a fresh session is a known idle session",
