@@ -12,7 +12,6 @@ import signal
 import socket
 import struct
 import subprocess
-import sys
 import tempfile
 import time
 
@@ -312,7 +311,19 @@ class Sandbox:
         return out
 
     def events(self, since=0.0):
-        return [e for e in self.records("events") if e.get("t", 0) >= since]
+        """The agents' events (eventlog.sh lines) from `since` on, a few fields of each."""
+        keep = ("hook_event_name", "session_id", "notification_type", "reason", "source", "tool_name")
+        out = []
+        for line in self.read(self.log("events")).splitlines():
+            try:
+                t, agent, text = line.split(" ", 2)
+                event = json.loads(text)
+                t = float(t)
+            except ValueError:
+                continue
+            if t >= since:
+                out.append(dict({k: event[k] for k in keep if k in event}, t=round(t, 3), agent=agent))
+        return out
 
     def wait_event(self, name, since, timeout, **fields):
         def check():
@@ -326,7 +337,7 @@ class Sandbox:
         return e
 
     def event_hook(self, agent):
-        return f"{sys.executable} {os.path.join(HERE, 'eventlog.py')} {agent} {self.log('events')}"
+        return f"{os.path.join(HERE, 'eventlog.sh')} {agent} {self.log('events')}"
 
     def proxy_attempts(self):
         """(request line, who sent it) for every connection the proxy refused."""
