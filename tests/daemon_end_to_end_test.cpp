@@ -138,6 +138,51 @@ TEST(DaemonEndToEnd, KillNineLeavesTheWatchdogToRestoreAndTheNextStartRecovers) 
     EXPECT_EQ(next->terminate(), 0);
 }
 
+TEST(DaemonEndToEnd, RestoreModeGivesBackWhatAKilledRunLeftAndCallsOffItsWatchdog) {
+    DaemonHome home;
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running());
+    ASSERT_EQ(home.cli({"start", "--mode", "timer", "--minutes", "45"}).status, 0);
+    // While a daemon runs, --restore leaves everything to it.
+    RunResult r = run({binary("duskwelld"), "--restore"}, home.bin());
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_EQ(home.count("lid-off"), 0);
+
+    // What the service manager does after a crash: --restore once every process is gone.
+    daemon->kill(SIGKILL);
+    r = run({binary("duskwelld"), "--restore"}, home.bin());
+    EXPECT_EQ(r.status, 0) << r.output;
+    EXPECT_EQ(home.count("lid-off"), 1) << "restored at once, not after the watchdog's poll";
+    ASSERT_TRUE(home.settings());
+    EXPECT_FALSE(home.settings()->value("restore.lid", false));
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    EXPECT_EQ(home.count("lid-off"), 1) << "the killed run's watchdog was called off";
+}
+
+// Under systemd the crash of the service kills its whole control group, the watchdog too;
+// the unit's ExecStopPost= gives the settings back. Needs a user service manager.
+TEST(DaemonEndToEnd, UnderSystemdACrashedServiceIsRestoredByExecStopPost) {
+    DaemonHome home;
+    const RunResult probe = run({"/usr/bin/systemd-run", "--user", "--quiet", "--wait", "/bin/true"}, home.bin(), {.seconds = 10});
+    if (probe.status != 0) GTEST_SKIP() << "no systemd user manager here: " << probe.output;
+    const std::string unit = "duskwell-test-" + std::to_string(::getpid());
+    std::vector<std::string> argv{"/usr/bin/systemd-run", "--user", "--quiet", "--unit=" + unit,
+                                  "-p", "ExecStopPost=" + binary("duskwelld") + " --restore"};
+    for (const char* name : {"HOME", "DUSKWELL_TEST_SUDO", "DUSKWELL_TEST_HELPER", "DUSKWELL_TEST_SLEEP",
+                             "DUSKWELL_TEST_NTFY", "DUSKWELL_TEST_FEED"})
+        argv.push_back(std::string("--setenv=") + name + "=" + (std::getenv(name) ? std::getenv(name) : ""));
+    argv.insert(argv.end(), {binary("duskwelld"), "--log"});
+    ASSERT_EQ(run(argv, home.bin()).status, 0);
+    ASSERT_TRUE(waitFor([&] { return fs::exists(home.support() + "/control.sock"); }, 10));
+    ASSERT_EQ(home.cli({"start", "--mode", "timer", "--minutes", "45"}).status, 0);
+    const auto killed = Clock::now();
+    run({"/usr/bin/systemctl", "--user", "kill", "--signal=SIGKILL", "--kill-whom=main", unit}, home.bin());
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-off") >= 1; }, 6));
+    EXPECT_LE(std::chrono::duration<double>(Clock::now() - killed).count(), 3.5);
+    run({"/usr/bin/systemctl", "--user", "stop", unit}, home.bin());
+    run({"/usr/bin/systemctl", "--user", "reset-failed", unit}, home.bin());
+}
+
 TEST(DaemonEndToEnd, SigtermDuringAPeriodRestoresAndExitsZero) {
     DaemonHome home;
     auto daemon = home.startDaemon();

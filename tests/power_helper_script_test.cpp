@@ -162,8 +162,17 @@ TEST_F(HelperScriptLinux, VersionAnswersZeroAndChangesNothing) {
 }
 
 TEST_F(HelperScriptLinux, LidOnWritesTheLogindDropInAndReloadsLogind) {
+    // A name planted where a fixed temporary name used to be is never written through.
+    const std::string dropDir = fs::path(box.runDir() + "/" + dropin).parent_path().string();
+    fs::create_directories(dropDir);
+    writeFile(box.runDir() + "/victim", "untouched\n");
+    fs::create_symlink(box.runDir() + "/victim", box.runDir() + "/" + dropin + ".tmp");
     const Outcome o = box.helper({"lid-on"});
     EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(readFile(box.runDir() + "/victim"), "untouched\n");
+    fs::remove(box.runDir() + "/" + dropin + ".tmp");
+    for (const auto& e : fs::directory_iterator(dropDir))
+        EXPECT_EQ(e.path().filename(), "duskwell.conf") << "no temporary file is left behind";
     EXPECT_EQ(readFile(box.runDir() + "/" + dropin),
               "[Login]\nHandleLidSwitch=ignore\nHandleLidSwitchExternalPower=ignore\nHandleLidSwitchDocked=ignore\n");
     EXPECT_THAT(box.calls(), ElementsAre(reload));
@@ -382,15 +391,21 @@ std::set<std::string> installTempFiles() {
     return out;
 }
 
-TEST_F(InstallScriptLinux, ARuleThatFailsTheCheckInstallsNothing) {
-    const std::string script = PowerHelper::installScript(PowerHelper::linuxLayout(), "bad user", helperSource);
-    const auto tempBefore = installTempFiles();
-    const Outcome o = box.run({"/bin/sh", "-c", script});
-    for (const auto& f : installTempFiles())
-        if (!tempBefore.count(f)) fs::remove(f);
-    EXPECT_NE(o.status, 0);
-    EXPECT_FALSE(fs::exists(box.upper("/etc/sudoers.d") + "/duskwell"));
-    EXPECT_FALSE(fs::exists(box.upper("/usr/local") + "/libexec/duskwell-power"));
+TEST_F(InstallScriptLinux, ABadRuleOrAChangedHelperInstallsNothing) {
+    // A helper beside the user's executable that is not the one this build shipped.
+    const std::string tampered = box.root() + "/duskwell-power";
+    writeFile(tampered, readFile(helperSource).value() + "/usr/bin/id > /tmp/owned\n");
+    for (const auto& [user, source] : {std::pair<std::string, std::string>{"bad user", helperSource},
+                                       std::pair<std::string, std::string>{"nobody", tampered}}) {
+        const std::string script = PowerHelper::installScript(PowerHelper::linuxLayout(), user, source);
+        const auto tempBefore = installTempFiles();
+        const Outcome o = box.run({"/bin/sh", "-c", script});
+        for (const auto& f : installTempFiles())
+            if (!tempBefore.count(f)) fs::remove(f);
+        EXPECT_NE(o.status, 0) << source;
+        EXPECT_FALSE(fs::exists(box.upper("/etc/sudoers.d") + "/duskwell")) << source;
+        EXPECT_FALSE(fs::exists(box.upper("/usr/local") + "/libexec/duskwell-power")) << source;
+    }
 }
 
 }  // namespace

@@ -177,5 +177,30 @@ TEST(WatchdogEndToEnd, ANormalStopEndsItSoNothingRunsAfterwards) {
     EXPECT_TRUE(sudo.calls().empty());
 }
 
+TEST(WatchdogEndToEnd, AQuickRestartCallsOffTheKilledRunsWatchdog) {
+    TestEnvironment env;
+    RecordingSudo sudo;
+    AppStandIn app;
+    env.platform.pid = app.pid();
+    env.installHelper();
+    auto first = std::make_unique<AwakeController>();
+    {
+        RealProcesses real;
+        Access::setActive(*first, true);
+        env.settings.setBool("restore.lid", true);  // as a start records it
+        Access::startWatchdog(*first);
+        ASSERT_GT(Access::watchdogPid(*first), 0);
+    }
+    first.reset();  // the controller object goes; its watchdog lives on, as after a crash
+    app.kill();
+
+    // The next launch, within the watchdog's poll: its recovery gives the lid back, and the
+    // old watchdog must not do it again later, in the middle of the new run's period.
+    AwakeController second;
+    EXPECT_EQ(env.commands.linesContaining("lid-off").size(), 1u) << "launch recovery";
+    std::this_thread::sleep_for(std::chrono::milliseconds(4000));  // longer than one poll
+    EXPECT_TRUE(sudo.calls().empty()) << "the killed run's watchdog acted after the restart";
+}
+
 }  // namespace
 }  // namespace duskwell

@@ -13,12 +13,12 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 
 #include "cli_command.h"
 #include "commands/control_socket.h"
+#include "commands/status_document.h"
 #include "commands/url.h"
 #include "core/text.h"
 
@@ -50,7 +50,7 @@ const char* const notRunningText =
     "Duskwell is not running (start the app, or `duskwelld` on Linux, and try again)";
 
 struct StatusFile {
-    nlohmann::json doc;
+    StatusReading doc;
     std::time_t modified = 0;
 };
 
@@ -60,8 +60,9 @@ std::optional<StatusFile> readStatusFile() {
     std::stringstream ss;
     ss << in.rdbuf();
     StatusFile file;
-    file.doc = nlohmann::json::parse(ss.str(), nullptr, false);
-    if (file.doc.is_discarded() || !file.doc.is_object()) return std::nullopt;
+    auto reading = StatusDocument::read(ss.str());
+    if (!reading) return std::nullopt;
+    file.doc = std::move(*reading);
     struct stat st {};
     if (::stat(statusPath().c_str(), &st) == 0) file.modified = st.st_mtime;
     return file;
@@ -97,7 +98,7 @@ int openInBackground(const std::string& url) {
 void printStatusLine() {
     const auto file = readStatusFile();
     if (!file) return;
-    const std::string status = file->doc.value("status", "");
+    const std::string status = file->doc.status;
     if (!status.empty()) std::cout << status << "\n";
 }
 
@@ -220,8 +221,8 @@ int runStatus(const std::vector<std::string>& args) {
 
     if (!haveSocket) {
 #ifdef __APPLE__
-        if (file->doc.value("active", false) && file->doc.contains("endsAt")) {
-            const auto end = parseUTC(file->doc.value("endsAt", ""));
+        if (file->doc.active && file->doc.endsAt) {
+            const auto end = parseUTC(*file->doc.endsAt);
             if (end && std::time(nullptr) > *end + 120) live = false;
         }
 #else
@@ -230,14 +231,14 @@ int runStatus(const std::vector<std::string>& args) {
     }
 
     if (json) {
-        std::cout << file->doc.dump(2) << "\n";
+        std::cout << file->doc.pretty << "\n";
     } else {
         const auto& d = file->doc;
-        std::cout << d.value("status", "") << "\n";
-        if (d.value("active", false)) {
-            std::cout << "Mode: " << d.value("mode", "?") << "\n";
-            if (d.contains("endsAt")) {
-                std::string when = d.value("endsAt", "");
+        std::cout << d.status << "\n";
+        if (d.active) {
+            std::cout << "Mode: " << d.mode.value_or("?") << "\n";
+            if (d.endsAt) {
+                std::string when = *d.endsAt;
                 if (const auto t = parseUTC(when)) {
                     char buf[64];
                     std::tm local{};
@@ -247,14 +248,10 @@ int runStatus(const std::vector<std::string>& args) {
                 }
                 std::cout << "Ends at: " << when << "\n";
             }
-            if (d.contains("sleepsInSeconds"))
-                std::cout << "Sleeps in: " << d.value("sleepsInSeconds", 0) << " s unless agents work\n";
+            if (d.sleepsInSeconds)
+                std::cout << "Sleeps in: " << *d.sleepsInSeconds << " s unless agents work\n";
         }
-        if (d.contains("agents") && d["agents"].is_array()) {
-            for (const auto& a : d["agents"])
-                std::cout << "  " << a.value("name", "?") << " ×" << a.value("count", 0) << "  "
-                          << a.value("state", "?") << "\n";
-        }
+        for (const auto& a : d.agents) std::cout << "  " << a.name << " ×" << a.count << "  " << a.state << "\n";
     }
     if (!live) {
         return fail(refused, std::string(notRunningText) + "; this is the last state it wrote, " +

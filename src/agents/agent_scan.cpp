@@ -191,7 +191,7 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
         bool busyDescendant = false;
         for (size_t i = 0; i < tree.size(); ++i) {
             cpuSum += tree[i]->cpu;
-            netSum += tree[i]->netBytes.value_or(0);
+            netSum = addBytes(netSum, tree[i]->netBytes.value_or(0));
             if (i > 0 && tree[i]->cpu >= kDescendantBusyCpu) busyDescendant = true;
         }
         const bool quiet = cpuSum < kTreeBusyCpu;
@@ -224,7 +224,7 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
             std::int64_t net = 0;
             for (const ProcessInfo* p : tree) {
                 cpu += p->cpu;
-                net += p->netBytes.value_or(0);
+                net = addBytes(net, p->netBytes.value_or(0));
             }
             const auto old = previous.sessionActivity.find(sessions[i].id);
             const bool busy = cpu >= kTreeBusyCpu || stepProcessRuns(tree, sessions[i].at) ||

@@ -1,6 +1,7 @@
 #include "agents/proc_parsers.h"
 
 #include <charconv>
+#include <limits>
 
 #include "agents/agent_kind.h"
 
@@ -59,7 +60,7 @@ std::optional<Stat> parseStat(std::string_view text) {
         if (!ok) return std::nullopt;
         ++index;
     }
-    s.cpuTicks = utime + stime;
+    s.cpuTicks = utime > std::numeric_limits<std::uint64_t>::max() - stime ? std::numeric_limits<std::uint64_t>::max() : utime + stime;
     return s;
 }
 
@@ -96,8 +97,10 @@ std::optional<std::int64_t> parseIoBytes(std::string_view text) {
         if (key == "rchar") rchar = v;
         else if (key == "wchar") wchar = v;
     }
-    if (!rchar || !wchar) return std::nullopt;
-    return *rchar + *wchar;
+    if (!rchar || !wchar || *rchar < 0 || *wchar < 0) return std::nullopt;
+    // Saturates: a forged or wrapped counter must not overflow the sum.
+    return *rchar > std::numeric_limits<std::int64_t>::max() - *wchar ? std::numeric_limits<std::int64_t>::max()
+                                                                        : *rchar + *wchar;
 }
 
 std::string joinCmdline(std::string_view raw) {

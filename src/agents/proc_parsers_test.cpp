@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace duskwell {
 namespace {
 
@@ -45,6 +47,9 @@ TEST(ProcIo, ReadAndWrittenCharactersAreAdded) {
               1024);
     EXPECT_FALSE(parseIoBytes("rchar: 1000\n"));
     EXPECT_FALSE(parseIoBytes(""));
+    EXPECT_EQ(parseIoBytes("rchar: 9223372036854775807\nwchar: 9223372036854775807\n"),
+              std::numeric_limits<std::int64_t>::max()) << "saturates instead of overflowing";
+    EXPECT_FALSE(parseIoBytes("rchar: -5\nwchar: 1\n"));
 }
 
 TEST(ProcCmdline, NulsBecomeBlanks) {

@@ -21,6 +21,13 @@ struct ProcessInfo {
     std::optional<Date> started;  // when the process started, when known
 };
 
+// Byte counters are never negative; their sums stop at the largest value instead of wrapping.
+inline std::int64_t addBytes(std::int64_t a, std::int64_t b) {
+    if (a < 0) a = 0;
+    if (b < 0) b = 0;
+    return a > INT64_MAX - b ? INT64_MAX : a + b;
+}
+
 struct ProcessTable {
     std::vector<ProcessInfo> processes;
     std::optional<int> gpu;  // highest GPU utilisation percent, when any GPU reports one

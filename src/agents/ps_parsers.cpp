@@ -143,7 +143,7 @@ std::unordered_map<std::int32_t, std::int64_t> parseNettop(std::string_view nett
         const auto in = parseInt64(fields[1]);
         const auto outBytes = parseInt64(fields[2]);
         if (!pid || !in || !outBytes || *in < 0 || *outBytes < 0) return;
-        out[*pid] = *in + *outBytes;
+        out[*pid] = addBytes(*in, *outBytes);
     });
     return out;
 }

@@ -74,12 +74,14 @@ TEST(Nettop, NamesAreSplitAtTheLastDotAndRowsEndWithAComma) {
         "short.5,1\n"
         "bad.x,1,2,\n"
         "neg.9,-1,2,\n"
+        "huge.10,9223372036854775807,9223372036854775807,\n"
         "\n");
     EXPECT_EQ(net.at(136), 6644 + 68350);
     EXPECT_EQ(net.at(1535), 1200);
     EXPECT_EQ(net.at(2201), 15);
     EXPECT_EQ(net.at(777), 0);
-    EXPECT_EQ(net.size(), 4u);
+    EXPECT_EQ(net.at(10), INT64_MAX) << "a sum past 64 bits stops at the top";
+    EXPECT_EQ(net.size(), 5u);
 }
 
 TEST(Nettop, ALeadingTimeColumnIsNotTakenForAPid) {

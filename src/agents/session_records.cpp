@@ -16,12 +16,13 @@ namespace fs = std::filesystem;
 namespace duskwell {
 namespace {
 
-// A decimal number of seconds (fraction allowed), finite, or nothing.
+// A decimal number of seconds since 1970 (fraction allowed) that a clock can hold, or
+// nothing: 1e300 would overflow the conversion to a date.
 std::optional<double> parseSeconds(const std::string& s) {
     if (s.empty() || s.front() == ' ' || s.front() == '\t') return std::nullopt;
     char* end = nullptr;
     const double v = std::strtod(s.c_str(), &end);
-    if (end != s.c_str() + s.size() || !std::isfinite(v)) return std::nullopt;
+    if (end != s.c_str() + s.size() || !std::isfinite(v) || v < 0 || v > 1.0e10) return std::nullopt;
     return v;
 }
 

@@ -83,6 +83,8 @@ TEST_F(SessionRecords, MalformedAndForeignRecordsAreLeftInPlace) {
         {"claude-7", "UserPromptSubmit 1800000000 99999999999\n"},  // pid beyond 32 bits
         {"claude-8", ""},
         {"claude-9", "\xff\xfe Stop 1 999\n"},  // not UTF-8
+        {"claude-10", "Stop 1e300 999\n"},        // beyond any clock
+        {"claude-11", "Stop -5 999\n"},           // before 1970
     };
     for (const auto& [name, text] : files) writeFile(path(name), text);
     EXPECT_TRUE(read().empty());
@@ -99,7 +101,7 @@ TEST_F(SessionRecords, TmpFilesAreNeverReadNorDeleted) {
 
 TEST_F(SessionRecords, OptionalLinesAreTrimmedAndMayBeMissingOrBad) {
     writeFile(path("claude-a"), "Notification 1800000000 100\n");
-    writeFile(path("claude-b"), "Notification\t1800000000   200\n  start=never  \n\tcwd=/srv/my project/  \nnoise\n");
+    writeFile(path("claude-b"), "Notification\t1800000000   200\n  start=1e300  \n\tcwd=/srv/my project/  \nnoise\n");
     const auto s = read();
     ASSERT_EQ(s.size(), 2u);
     EXPECT_EQ(s[0].start, std::nullopt);

@@ -18,7 +18,14 @@ std::optional<Reply> parse(std::string_view line) {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
     if (line == "ok") return Reply{ReplyKind::ok, {}};
     if (line == "not-handled") return Reply{ReplyKind::notHandled, {}};
-    if (line.rfind("error ", 0) == 0) return Reply{ReplyKind::error, std::string(line.substr(6))};
+    if (line.rfind("error ", 0) == 0) {
+        // The text is shown on a terminal: no control characters (escape sequences, a
+        // carriage return that overwrites the line) get through.
+        std::string text(line.substr(6));
+        for (char& c : text)
+            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+        return Reply{ReplyKind::error, std::move(text)};
+    }
     if (line == "error") return Reply{ReplyKind::error, {}};
     return std::nullopt;
 }

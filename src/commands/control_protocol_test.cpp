@@ -20,6 +20,8 @@ TEST(ControlProtocolLines, FormatAndParseAreInverse) {
     EXPECT_EQ(ControlProtocol::parse("OK"), std::nullopt);
     EXPECT_EQ(ControlProtocol::parse("okay"), std::nullopt);
     EXPECT_EQ(ControlProtocol::parse(""), std::nullopt);
+    EXPECT_EQ(ControlProtocol::parse("error a\x1b[2Jb\rc"), (Reply{ReplyKind::error, "a [2Jb c"}))
+        << "no terminal control characters reach the screen";
 }
 
 TEST(ControlProtocolLines, RequestsAreSingleBoundedPrintableLines) {

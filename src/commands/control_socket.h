@@ -9,9 +9,11 @@ namespace duskwell {
 
 // The daemon's end of the control socket (protocol: control_protocol.h). The socket file
 // is created owner-only (0600); a peer whose user id differs from ours is answered
-// "error refused" without its request being read. Connections are served one at a time
-// on the server's own thread; each request is handed to `post` (which must run the task on
-// the main queue), and the reply is written after the handler has run there.
+// "error refused" without its request being read. The server's own thread serves every
+// connection at once (poll): a client has 2 seconds to send one complete "\n"-ended line
+// (a line cut short by the client closing is never acted on); each request is handed to
+// `post` (which must run the task on the main queue), and the reply is written after the
+// handler has run there.
 class ControlServer {
 public:
     // Runs on the main queue; answers the request line.

@@ -2,6 +2,8 @@
 // command and `duskwelld --open-url`.
 #include "commands/control_socket.h"
 
+#include "commands/atomic_file.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,12 +15,13 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "core/app_config.h"
 
@@ -136,11 +139,24 @@ std::optional<uid_t> peerUid(int fd) {
 #endif
 }
 
-// One request's hand-over between the server thread and the main queue.
+// A client waits at most this long to send its line: a silent one cannot hold others up.
+constexpr auto kClientDeadline = std::chrono::seconds(2);
+// More clients than this at once are answered "error busy" at once.
+constexpr std::size_t kMaxClients = 32;
+
+// A request's reply, filled in on the main queue and collected by the server thread, which
+// the main queue wakes through the pipe (shared, so a late task never writes to a closed or
+// reused descriptor).
 struct Exchange {
     std::mutex mutex;
-    std::condition_variable done;
     std::optional<Reply> reply;
+};
+
+struct Client {
+    Fd fd;
+    std::string buffer;
+    std::chrono::steady_clock::time_point deadline;
+    std::shared_ptr<Exchange> exchange;  // set once a complete line went to the main queue
 };
 
 }  // namespace
@@ -150,73 +166,139 @@ struct ControlServer::Impl {
     Poster post;
     Handler handler;
     Fd listener;
-    Fd wakeRead, wakeWrite;  // a byte here ends the thread's poll
+    Fd wakeRead;
+    std::shared_ptr<Fd> wakeWrite;  // a byte here ends the thread's poll
     std::atomic<bool> stopping{false};
     std::thread thread;
     // Shared with posted tasks so that a late task sees the server is gone.
     std::shared_ptr<std::atomic<bool>> alive = std::make_shared<std::atomic<bool>>(true);
-    std::mutex exchangeMutex;
-    std::shared_ptr<Exchange> current;
+    std::vector<Client> clients;  // the server thread's alone
 
     void run();
-    void serve(Fd client);
-    Reply dispatch(const std::string& request);
+    void accept();
+    // Reads what a client sent; false when the client is finished with (answered or gone).
+    bool read(Client& client);
+    void dispatch(Client& client, const std::string& request);
+    static void answer(Client& client, const Reply& reply);
 };
 
+void ControlServer::Impl::answer(Client& client, const Reply& reply) {
+    sendAll(client.fd.get(), ControlProtocol::format(reply) + "\n");
+    client.fd.reset();
+}
+
+// Every client is served by this one thread at once: poll waits for the listener, the wake
+// pipe and every client still sending; requests run on the main queue, in arrival order.
 void ControlServer::Impl::run() {
+    using Clock = std::chrono::steady_clock;
+    std::vector<pollfd> fds;
     while (!stopping.load()) {
-        pollfd fds[2] = {{listener.get(), POLLIN, 0}, {wakeRead.get(), POLLIN, 0}};
-        const int r = ::poll(fds, 2, -1);
-        if (r < 0) {
-            if (errno == EINTR) continue;
-            return;
+        fds.assign({{listener.get(), POLLIN, 0}, {wakeRead.get(), POLLIN, 0}});
+        auto next = Clock::time_point::max();
+        for (const auto& c : clients) {
+            if (c.exchange) continue;  // waiting for the main queue
+            fds.push_back({c.fd.get(), POLLIN, 0});
+            next = std::min(next, c.deadline);
         }
-        if (fds[1].revents) return;
-        if (!(fds[0].revents & POLLIN)) continue;
-        Fd client(::accept(listener.get(), nullptr, nullptr));
-        if (!client.valid()) continue;
-        ::fcntl(client.get(), F_SETFD, FD_CLOEXEC);
-        serve(std::move(client));
+        int timeout = -1;
+        if (next != Clock::time_point::max()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
+            timeout = static_cast<int>(std::clamp<long long>(left, 0, 60'000));
+        }
+        const int r = ::poll(fds.data(), fds.size(), timeout);
+        if (r < 0 && errno != EINTR) return;
+        if (stopping.load()) break;
+        if (r > 0 && fds[1].revents) {
+            char drain[64];
+            while (::read(wakeRead.get(), drain, sizeof drain) == static_cast<ssize_t>(sizeof drain)) {
+            }
+        }
+        // Replies the main queue has made.
+        for (auto& c : clients) {
+            if (!c.exchange) continue;
+            std::optional<Reply> reply;
+            {
+                std::lock_guard lock(c.exchange->mutex);
+                reply = c.exchange->reply;
+            }
+            if (reply) answer(c, *reply);
+        }
+        // What clients sent, and who ran out of time.
+        const auto now = Clock::now();
+        std::size_t at = 2;
+        for (auto& c : clients) {
+            if (!c.fd.valid() || c.exchange) continue;
+            const auto revents = at < fds.size() && fds[at].fd == c.fd.get() ? fds[at++].revents : 0;
+            if (revents) read(c);
+            else if (now >= c.deadline) answer(c, {ReplyKind::error, "no request line"});
+        }
+        std::erase_if(clients, [](const Client& c) { return !c.fd.valid(); });
+        if (r > 0 && (fds[0].revents & POLLIN)) accept();
     }
+    for (auto& c : clients)
+        if (c.exchange) answer(c, {ReplyKind::error, "shutting down"});
+    clients.clear();
 }
 
-void ControlServer::Impl::serve(Fd client) {
-    const auto uid = peerUid(client.get());
-    if (!uid || *uid != ::geteuid()) {
-        sendAll(client.get(), ControlProtocol::format({ReplyKind::error, "refused"}) + "\n");
-        return;
+void ControlServer::Impl::accept() {
+    Fd fd(::accept(listener.get(), nullptr, nullptr));
+    if (!fd.valid()) return;
+    ::fcntl(fd.get(), F_SETFD, FD_CLOEXEC);
+    ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
+    Client client{std::move(fd), {}, std::chrono::steady_clock::now() + kClientDeadline, nullptr};
+    const auto uid = peerUid(client.fd.get());
+    if (!uid || *uid != ::geteuid()) return answer(client, {ReplyKind::error, "refused"});
+    if (clients.size() >= kMaxClients) return answer(client, {ReplyKind::error, "busy"});
+    clients.push_back(std::move(client));
+}
+
+bool ControlServer::Impl::read(Client& client) {
+    char buf[1024];
+    const ssize_t n = ::recv(client.fd.get(), buf, sizeof buf, 0);
+    if (n < 0) {
+        if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) return true;
+        client.fd.reset();
+        return false;
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    const auto line = readLine(client.get(), ControlProtocol::maxRequestBytes, deadline);
-    std::string request = line.value_or("");
+    // Only a complete line is a request: a client that closes mid-line asked for nothing.
+    if (n == 0) {
+        answer(client, {ReplyKind::error, "no request line"});
+        return false;
+    }
+    client.buffer.append(buf, static_cast<std::size_t>(n));
+    const auto newline = client.buffer.find('\n');
+    if (newline == std::string::npos) {
+        if (client.buffer.size() > ControlProtocol::maxRequestBytes) answer(client, {ReplyKind::error, "malformed request"});
+        return client.fd.valid();
+    }
+    std::string request = client.buffer.substr(0, newline);
     if (!request.empty() && request.back() == '\r') request.pop_back();
-    Reply reply;
-    if (!line) reply = {ReplyKind::error, "no request line"};
-    else if (!ControlProtocol::acceptableRequest(request)) reply = {ReplyKind::error, "malformed request"};
-    else reply = dispatch(request);
-    sendAll(client.get(), ControlProtocol::format(reply) + "\n");
+    if (request.size() > ControlProtocol::maxRequestBytes || !ControlProtocol::acceptableRequest(request)) {
+        answer(client, {ReplyKind::error, "malformed request"});
+        return false;
+    }
+    dispatch(client, request);
+    return true;
 }
 
-Reply ControlServer::Impl::dispatch(const std::string& request) {
+void ControlServer::Impl::dispatch(Client& client, const std::string& request) {
     auto exchange = std::make_shared<Exchange>();
-    {
-        std::lock_guard lock(exchangeMutex);
-        current = exchange;
-    }
+    client.exchange = exchange;
     std::weak_ptr<std::atomic<bool>> weakAlive = alive;
+    std::shared_ptr<Fd> wake = wakeWrite;
     Handler handle = handler;
-    post([exchange, weakAlive, handle, request] {
+    // Runs on the main queue.
+    post([exchange, weakAlive, wake, handle, request] {
         const auto live = weakAlive.lock();
         if (!live || !live->load()) return;
         Reply reply = handle(request);
-        std::lock_guard lock(exchange->mutex);
-        exchange->reply = std::move(reply);
-        exchange->done.notify_all();
+        {
+            std::lock_guard lock(exchange->mutex);
+            exchange->reply = std::move(reply);
+        }
+        const char byte = 'r';
+        [[maybe_unused]] const ssize_t n = ::write(wake->get(), &byte, 1);
     });
-    std::unique_lock lock(exchange->mutex);
-    exchange->done.wait(lock, [&] { return exchange->reply.has_value() || stopping.load(); });
-    if (exchange->reply) return *exchange->reply;
-    return {ReplyKind::error, "shutting down"};
 }
 
 ControlServer::ControlServer(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
@@ -230,9 +312,8 @@ std::unique_ptr<ControlServer> ControlServer::start(const std::string& socketPat
     sockaddr_un addr{};
     if (!fillAddress(socketPath, addr)) return fail("socket path too long: " + socketPath);
 
-    std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(socketPath).parent_path(), ec);
-    if (ec) return fail(ec.message());
+    if (auto folderError = createPrivateDirectories(std::filesystem::path(socketPath).parent_path().string()))
+        return fail(*folderError);
 
     struct stat st {};
     if (::lstat(socketPath.c_str(), &st) == 0) {
@@ -271,9 +352,11 @@ std::unique_ptr<ControlServer> ControlServer::start(const std::string& socketPat
         return fail(errnoText(err));
     }
     impl->wakeRead = Fd(pipeFds[0]);
-    impl->wakeWrite = Fd(pipeFds[1]);
-    ::fcntl(pipeFds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(pipeFds[1], F_SETFD, FD_CLOEXEC);
+    impl->wakeWrite = std::make_shared<Fd>(pipeFds[1]);
+    for (const int fd : pipeFds) {
+        ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);  // a full pipe already wakes
+    }
 
     Impl* raw = impl.get();
     impl->thread = std::thread([raw] { raw->run(); });
@@ -283,19 +366,8 @@ std::unique_ptr<ControlServer> ControlServer::start(const std::string& socketPat
 ControlServer::~ControlServer() {
     impl_->stopping.store(true);
     impl_->alive->store(false);
-    {
-        std::shared_ptr<Exchange> exchange;
-        {
-            std::lock_guard lock(impl_->exchangeMutex);
-            exchange = impl_->current;
-        }
-        if (exchange) {
-            std::lock_guard lock(exchange->mutex);
-            exchange->done.notify_all();
-        }
-    }
     const char byte = 'x';
-    [[maybe_unused]] const ssize_t n = ::write(impl_->wakeWrite.get(), &byte, 1);
+    [[maybe_unused]] const ssize_t n = ::write(impl_->wakeWrite->get(), &byte, 1);
     if (impl_->thread.joinable()) impl_->thread.join();
     ::unlink(impl_->path.c_str());
 }

@@ -197,6 +197,64 @@ TEST_F(ControlSocketTest, MalformedOrOversizedRequestsNeverReachTheHandler) {
     EXPECT_EQ(sendControlRequest(path(), "ping", 5).reply.kind, ReplyKind::ok) << "still serving";
 }
 
+// A raw client that sends `bytes` and then either closes its sending side or stays silent.
+struct RawClient {
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    explicit RawClient(const std::string& path) {
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+        EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    }
+    ~RawClient() { ::close(fd); }
+    void send(const std::string& bytes) { EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size())); }
+    std::string replyAfterClosingMySide() {
+        ::shutdown(fd, SHUT_WR);
+        return reply();
+    }
+    std::string reply() {
+        std::string out;
+        char buf[256];
+        for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) out.append(buf, static_cast<size_t>(n));
+        return out;
+    }
+};
+
+TEST_F(ControlSocketTest, OnlyACompleteLineIsActedOn) {
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    for (const std::string& partial : {std::string("duskwell://stop"), std::string("ping\r"), std::string()}) {
+        RawClient client(path());
+        client.send(partial);
+        EXPECT_EQ(client.replyAfterClosingMySide(), "error no request line\n") << partial;
+    }
+    EXPECT_EQ(rec.count(), 0u) << "a request cut short by the client closing is never executed";
+}
+
+TEST_F(ControlSocketTest, SilentClientsHoldNobodyUp) {
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    std::vector<std::unique_ptr<RawClient>> silent;
+    for (int i = 0; i < 3; ++i) {
+        silent.push_back(std::make_unique<RawClient>(path()));
+        silent.back()->send("duskwell://st");  // and then nothing
+    }
+    const auto started = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5; ++i) {
+        const auto r = sendControlRequest(path(), "ping", 5);
+        ASSERT_EQ(r.outcome, Outcome::replied) << r.text;
+        EXPECT_EQ(r.reply.kind, ReplyKind::ok);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(500));
+    // The silent ones are let go after their short deadline, without a request.
+    const auto waited = std::chrono::steady_clock::now();
+    EXPECT_EQ(silent[0]->reply(), "error no request line\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - waited, std::chrono::seconds(3));
+    EXPECT_EQ(rec.count(), 5u);
+}
+
 // In a child that has switched to another user: connect, send, read the reply into `out`.
 // Only async-signal-safe calls, since the parent runs threads. Returns -errno on failure.
 int exchangeAs(uid_t uid, const std::string& socketPath, std::string& out) {

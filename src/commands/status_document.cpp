@@ -2,8 +2,11 @@
 
 #include <cmath>
 #include <cstdio>
+#include <type_traits>
 
 #include <nlohmann/json.hpp>
+
+#include "core/strict_json.h"
 
 namespace duskwell::StatusDocument {
 namespace {
@@ -23,7 +26,50 @@ void civilFromDays(long long z, long long& y, unsigned& m, unsigned& d) {
     if (m <= 2) ++y;
 }
 
+template <class V>
+std::optional<V> field(const nlohmann::json& object, const char* key) {
+    const auto it = object.find(key);
+    if (it == object.end()) return std::nullopt;
+    if constexpr (std::is_same_v<V, bool>) {
+        if (it->is_boolean()) return it->get<bool>();
+    } else if constexpr (std::is_same_v<V, std::string>) {
+        if (it->is_string()) return it->get<std::string>();
+    } else {
+        if (it->is_number_integer()) return it->get<std::int64_t>();
+        // A float is truncated, like the writer does; one out of range is absent.
+        if (it->is_number_float()) {
+            const double v = it->get<double>();
+            if (std::isfinite(v) && std::fabs(v) < 9.0e18) return static_cast<std::int64_t>(v);
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
+
+std::optional<StatusReading> read(std::string_view text) {
+    const StrictJson parsed = parseStrictJson(text);
+    if (!parsed.ok() || !parsed.value.is_object()) return std::nullopt;
+    const nlohmann::json& doc = parsed.value;
+    StatusReading r;
+    r.active = field<bool>(doc, "active").value_or(false);
+    r.status = field<std::string>(doc, "status").value_or("");
+    r.mode = field<std::string>(doc, "mode");
+    r.endsAt = field<std::string>(doc, "endsAt");
+    r.sleepsInSeconds = field<std::int64_t>(doc, "sleepsInSeconds");
+    if (const auto agents = doc.find("agents"); agents != doc.end() && agents->is_array()) {
+        for (const auto& a : *agents) {
+            if (!a.is_object()) continue;
+            StatusReading::Agent agent;
+            agent.name = field<std::string>(a, "name").value_or("?");
+            agent.count = field<std::int64_t>(a, "count").value_or(0);
+            agent.state = field<std::string>(a, "state").value_or("?");
+            r.agents.push_back(std::move(agent));
+        }
+    }
+    r.pretty = doc.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    return r;
+}
 
 std::string iso8601UTC(Date date) {
     const auto secs = static_cast<long long>(std::floor(unixSeconds(date)));

@@ -1,6 +1,8 @@
 #pragma once
 #include <optional>
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/date.h"
@@ -25,7 +27,27 @@ struct StatusFacts {
     std::vector<Agent> agents;  // snapshot order
 };
 
+// The status file as a reader sees it. The file is anyone's to edit: a field that is
+// missing or of the wrong type reads as absent, never as an error.
+struct StatusReading {
+    struct Agent {
+        std::string name = "?";
+        std::int64_t count = 0;
+        std::string state = "?";
+    };
+    bool active = false;
+    std::string status;
+    std::optional<std::string> mode;
+    std::optional<std::string> endsAt;
+    std::optional<std::int64_t> sleepsInSeconds;
+    std::vector<Agent> agents;
+    std::string pretty;  // the whole document again, 2-space indented (for --json)
+};
+
 namespace StatusDocument {
+
+// Nothing when the text is not a JSON object (or is nested absurdly deep).
+std::optional<StatusReading> read(std::string_view text);
 
 // Pretty-printed JSON with sorted keys, so equal facts give byte-identical text.
 // Invalid UTF-8 in any text is replaced, never rejected.

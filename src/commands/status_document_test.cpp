@@ -73,5 +73,43 @@ TEST(StatusDocumentText, InvalidUtf8IsReplacedRatherThanLosingTheFile) {
     EXPECT_EQ(doc["status"], "Claude \xEF\xBF\xBD working");
 }
 
+TEST(StatusDocumentRead, WrongTypesReadAsAbsentAndNeverThrow) {
+    struct Case {
+        const char* text;
+        bool parses;
+        bool active;
+        std::string status;
+        std::optional<std::string> mode;
+        std::optional<std::int64_t> sleeps;
+        std::size_t agents;
+    };
+    const Case cases[] = {
+        {R"({"active": true, "status": "1:30 left", "mode": "timer", "sleepsInSeconds": 42,
+             "agents": [{"name": "Claude", "count": 2, "state": "working"}]})", true, true, "1:30 left", "timer", 42, 1},
+        {R"({"active": "yes", "status": 7, "mode": ["timer"], "sleepsInSeconds": "soon", "agents": {}})",
+         true, false, "", std::nullopt, std::nullopt, 0},
+        {R"({"active": true, "sleepsInSeconds": 1e300, "agents": [3, null, {"count": "x"}]})",
+         true, true, "", std::nullopt, std::nullopt, 1},
+        {R"({"sleepsInSeconds": 12.9})", true, false, "", std::nullopt, 12, 0},
+        {"[]", false, false, "", std::nullopt, std::nullopt, 0},
+        {"{", false, false, "", std::nullopt, std::nullopt, 0},
+    };
+    for (const auto& c : cases) {
+        const auto r = StatusDocument::read(c.text);
+        ASSERT_EQ(r.has_value(), c.parses) << c.text;
+        if (!r) continue;
+        EXPECT_EQ(r->active, c.active) << c.text;
+        EXPECT_EQ(r->status, c.status) << c.text;
+        EXPECT_EQ(r->mode, c.mode) << c.text;
+        EXPECT_EQ(r->sleepsInSeconds, c.sleeps) << c.text;
+        EXPECT_EQ(r->agents.size(), c.agents) << c.text;
+    }
+    const auto odd = StatusDocument::read(R"({"agents": [{"count": "x", "name": 5}]})");
+    ASSERT_TRUE(odd);
+    EXPECT_EQ(odd->agents[0].name, "?");
+    EXPECT_EQ(odd->agents[0].count, 0);
+    EXPECT_FALSE(StatusDocument::read("{\"x\": " + std::string(100000, '[') + std::string(100000, ']') + "}"));
+}
+
 }  // namespace
 }  // namespace duskwell

@@ -10,10 +10,14 @@ namespace duskwell::AppConfig {
 
 std::string version() { return DUSKWELL_VERSION; }
 
-std::string testOverride(const char* name, std::string fallback) {
+std::string testOverride([[maybe_unused]] const char* name, std::string fallback) {
+#if DUSKWELL_TEST_OVERRIDES
     const std::string var = std::string("DUSKWELL_TEST_") + name;
     const char* v = std::getenv(var.c_str());
     return (v && *v) ? std::string(v) : fallback;
+#else
+    return fallback;  // a release build: nothing from the environment can redirect root's commands
+#endif
 }
 
 std::string supportDir() { return services().platform->homeDirectory() + "/.duskwell"; }
@@ -21,6 +25,7 @@ std::string sessionsDir() { return supportDir() + "/sessions"; }
 std::string hookScript() { return supportDir() + "/hook"; }
 std::string statusFile() { return supportDir() + "/status.json"; }
 std::string controlSocket() { return supportDir() + "/control.sock"; }
+std::string watchdogToken() { return supportDir() + "/watchdog"; }
 
 std::string helperPath() {
 #ifdef __APPLE__

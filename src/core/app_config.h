@@ -16,6 +16,7 @@ std::string sessionsDir();  // ~/.duskwell/sessions
 std::string hookScript();   // ~/.duskwell/hook
 std::string statusFile();   // ~/.duskwell/status.json
 std::string controlSocket();  // ~/.duskwell/control.sock
+std::string watchdogToken();  // ~/.duskwell/watchdog: the running watchdog's token
 
 // Privileged helper and its sudoers rule. macOS: /Library/PrivilegedHelperTools/...;
 // Linux: /usr/local/libexec/duskwell-power (root-owned, outside any user's reach).
@@ -34,6 +35,9 @@ std::string sleepNowProgram();          // macOS /usr/bin/pmset, Linux /usr/bin/
 std::string sleepNowArgument();         // macOS "sleepnow", Linux "suspend"
 
 inline constexpr double idleGrace = 600;
+// The longest period anything may ask for (a timer, the auto cap, an extension): an end
+// further out is clamped to it, so a huge number can never wrap into the past.
+inline constexpr int maxPeriodMinutes = 7 * 24 * 60;
 inline constexpr double idleWarnBefore = 60;
 
 // A DUSKWELL_TEST_<name> override from the environment, or the fallback.

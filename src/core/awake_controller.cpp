@@ -1,5 +1,8 @@
 #include "core/awake_controller.h"
 
+#include <algorithm>
+#include <limits>
+
 #include "agents/agent_monitor.h"
 #include "core/app_config.h"
 #include "core/calendar.h"
@@ -17,8 +20,9 @@ namespace {
 
 SettingsStore& store() { return *services().settings; }
 
-int readInt(const char* key, int fallback) {
-    return static_cast<int>(store().integer(key).value_or(fallback));
+int readInt(const char* key, int fallback, std::int64_t low = std::numeric_limits<int>::min(),
+            std::int64_t high = std::numeric_limits<int>::max()) {
+    return static_cast<int>(std::clamp<std::int64_t>(store().integer(key).value_or(fallback), low, high));
 }
 bool readBool(const char* key, bool fallback) { return store().boolean(key).value_or(fallback); }
 
@@ -52,8 +56,8 @@ AwakeController::AwakeController() {
         {SettingsKey::lockOnLidClose, true},
     });
     mode_ = KeepMode::fromRawValue(store().integer(SettingsKey::mode).value_or(0)).value_or(KeepMode::auto_);
-    selectedMinutes_ = readInt(SettingsKey::selectedMinutes, 60);
-    autoCapHours_ = readInt(SettingsKey::autoCapHours, 8);
+    selectedMinutes_ = readInt(SettingsKey::selectedMinutes, 60, 0, AppConfig::maxPeriodMinutes);
+    autoCapHours_ = readInt(SettingsKey::autoCapHours, 8, 0, AppConfig::maxPeriodMinutes / 60);
     maxPerformance_ = readBool(SettingsKey::maxPerformance, true);
     batteryFloor_ = readInt(SettingsKey::batteryFloor, 10);
     stopOnHeat_ = readBool(SettingsKey::stopOnHeat, true);
@@ -95,6 +99,7 @@ void AwakeController::setMode(KeepMode mode) {
 }
 
 void AwakeController::setSelectedMinutes(int minutes) {
+    minutes = std::clamp(minutes, 0, AppConfig::maxPeriodMinutes);
     publish(selectedMinutes_, minutes);
     store().setInteger(SettingsKey::selectedMinutes, minutes);
 }
@@ -102,6 +107,7 @@ void AwakeController::setSelectedMinutes(int minutes) {
 void AwakeController::setUntilDate(Date date) { publish(untilDate_, date); }
 
 void AwakeController::setAutoCapHours(int hours) {
+    hours = std::clamp(hours, 0, AppConfig::maxPeriodMinutes / 60);
     publish(autoCapHours_, hours);
     store().setInteger(SettingsKey::autoCapHours, hours);
 }
@@ -132,7 +138,7 @@ void AwakeController::setLastMessage(std::optional<std::string> message) {
     publish(lastMessage_, std::move(message));
 }
 
-bool AwakeController::restorePending() const {
+bool AwakeController::restorePending() {
     return store().boolean(SettingsKey::restoreLid).value_or(false) ||
            store().integer(SettingsKey::restoreLowPower).has_value() ||
            store().integer(SettingsKey::restorePowerMode).has_value();

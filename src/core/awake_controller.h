@@ -139,8 +139,16 @@ public:
     std::optional<std::string> waitingText() const;
     std::string describe(const SessionInfo& session, bool running) const;
 
+    // Launch recovery: gives back what an earlier run changed and did not restore (lid
+    // sleep first, then performance) and calls off that run's watchdog. Needs no
+    // controller: duskwelld --restore runs it after the service ended, however it ended.
+    static void recoverPowerSettings();
+
 private:
     friend struct AwakeControllerTestAccess;
+
+    // `end`, but no further out than the longest period from now.
+    static Date cappedEnd(Date end);
 
     // Announces, then assigns; nothing is announced when the value does not change.
     template <class V>
@@ -160,11 +168,10 @@ private:
     void restorePerformance();
     void startWatchdog();
     void stopWatchdog();
-    void recoverPowerSettings();  // launch recovery after a crash
     void refreshHookScript();     // reinstalls the hook program when any agent is connected
     void refreshCLI();            // reinstalls the terminal command without a greeting
     void sleepSoon(double seconds);  // system sleep after a delay, on the main queue
-    bool restorePending() const;
+    static bool restorePending();
 
     Observable changes_;
     std::shared_ptr<int> life_ = std::make_shared<int>(0);  // callbacks hold it weakly

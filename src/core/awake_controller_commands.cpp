@@ -132,9 +132,7 @@ void AwakeController::writeStatusFile() {
     }
     if (text == lastStatusJSON_) return;
 
-    std::error_code ec;
-    fs::create_directories(AppConfig::supportDir(), ec);
-    if (ec) return;
+    if (createPrivateDirectories(AppConfig::supportDir())) return;
     if (writeFileAtomically(AppConfig::statusFile(), text)) lastStatusJSON_ = std::move(text);
 }
 
@@ -183,8 +181,9 @@ void AwakeController::installCLI() {
     const std::string copy = cliCopyPath();
     std::error_code ec;
 
-    fs::create_directories(binDir, ec);
-    if (ec) return setLastMessage(installError(ec, binDir));
+    if (createPrivateDirectories(binDir)) {
+        return setLastMessage(installError(std::make_error_code(std::errc::permission_denied), binDir));
+    }
 
     const auto resource = services().platform->resourcePath("duskwell-cli");
     if (!resource) {

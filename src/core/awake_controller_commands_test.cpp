@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <functional>
+#include <limits>
 #include <ctime>
 #include <filesystem>
 #include <thread>
@@ -236,6 +238,52 @@ TEST_F(URLRoutes, ExtendPassesZeroThroughAndDefaultsTo60) {
     EXPECT_TRUE(c.handleURL("duskwell://extend?minutes=15"));
     EXPECT_EQ(*c.endDate(), addSeconds(end, 8100));
     EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(end, 8100))) << "written after the route";
+}
+
+TEST(HugeDurations, AreClampedToAWeekAndNeverEndThePeriodAtOnce) {
+    constexpr double week = 7 * 24 * 3600;
+    struct Case {
+        const char* what;
+        std::function<void(AwakeController&, TestEnvironment&)> act;
+    };
+    const Case cases[] = {
+        {"timer minutes", [](AwakeController& c, TestEnvironment&) { c.handleURL("duskwell://start?mode=timer&minutes=2147483647"); }},
+        {"auto cap in settings", [](AwakeController&, TestEnvironment& env) {
+             env.settings.setInteger(SettingsKey::autoCapHours, std::int64_t{1} << 40);
+             AwakeController fresh;
+             fresh.start(KeepMode::auto_, std::nullopt);
+             EXPECT_LE(*fresh.endDate(), addSeconds(env.clock.now(), week));
+             EXPECT_EQ(fresh.autoCapHours(), 168);
+             fresh.stop();
+         }},
+        {"extend", [](AwakeController& c, TestEnvironment&) {
+             c.start(KeepMode::timer, 30);
+             c.handleURL("duskwell://extend?minutes=2147483647");
+             c.extend(std::numeric_limits<int>::max());
+         }},
+        {"extend again and again", [](AwakeController& c, TestEnvironment&) {
+             c.start(KeepMode::timer, 7 * 24 * 60);
+             for (int i = 0; i < 5; ++i) c.extend(60);
+         }},
+    };
+    for (const auto& testCase : cases) {
+        TestEnvironment env;
+        env.installHelper();
+        AwakeController c;
+        testCase.act(c, env);
+        if (!c.isActive()) continue;  // the settings case checks its own controller
+        ASSERT_TRUE(c.endDate()) << testCase.what;
+        EXPECT_GT(*c.endDate(), addSeconds(env.clock.now(), week - 3600)) << testCase.what;
+        EXPECT_LE(*c.endDate(), addSeconds(env.clock.now(), week)) << testCase.what;
+        env.dispatcher.tickSecond();
+        EXPECT_TRUE(c.isActive()) << testCase.what << ": " << c.lastMessage().value_or("");
+    }
+    // The date arithmetic itself saturates instead of overflowing.
+    const Date now = std::chrono::system_clock::now();
+    EXPECT_GT(addSeconds(now, 1e300), now);
+    EXPECT_LT(addSeconds(now, -1e300), now);
+    EXPECT_EQ(addSeconds(now, std::numeric_limits<double>::quiet_NaN()), now);
+    EXPECT_GT(dateFromUnix(1e300), now);
 }
 
 TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstState) {

@@ -32,7 +32,7 @@ void AwakeController::handlePhone(PhoneNotifier::Command command) {
             publish(now_, t);
             publish(lastBusy_, t);
             idleWarned_ = false;
-            if (endDate_) publish(endDate_, std::optional<Date>(addSeconds(*endDate_, 3600.0)));
+            if (endDate_) publish(endDate_, std::optional<Date>(cappedEnd(addSeconds(*endDate_, 3600.0))));
             reply(T("1시간 연장했어요.", "Extended by 1 hour.") + " " + statusLine(), "white_check_mark");
             return;
         }

@@ -2,7 +2,13 @@
 // helper's install and removal, and the system readings.
 #include "core/awake_controller.h"
 
+#include <cstdio>
+#include <filesystem>
+#include <random>
 #include <string>
+
+#include "commands/atomic_file.h"
+#include "core/app_config.h"
 
 #include "core/localization.h"
 #include "core/platform.h"
@@ -16,6 +22,18 @@ namespace duskwell {
 namespace {
 
 SettingsStore& settings() { return *services().settings; }
+
+// A failed restore still drops its key: the app never retries one.
+void restoreRecordedPerformance() {
+    if (const auto lowPower = settings().integer(SettingsKey::restoreLowPower)) {
+        PowerHelper::run({"lowpower", std::to_string(*lowPower)});
+        settings().remove(SettingsKey::restoreLowPower);
+    }
+    if (const auto powerMode = settings().integer(SettingsKey::restorePowerMode)) {
+        PowerHelper::run({"powermode", std::to_string(*powerMode)});
+        settings().remove(SettingsKey::restorePowerMode);
+    }
+}
 
 }  // namespace
 
@@ -32,24 +50,24 @@ void AwakeController::applyPerformance() {
 }
 
 void AwakeController::restorePerformance() {
-    // A failed restore still drops its key: the app never retries one.
-    if (const auto lowPower = settings().integer(SettingsKey::restoreLowPower)) {
-        PowerHelper::run({"lowpower", std::to_string(*lowPower)});
-        settings().remove(SettingsKey::restoreLowPower);
-    }
-    if (const auto powerMode = settings().integer(SettingsKey::restorePowerMode)) {
-        PowerHelper::run({"powermode", std::to_string(*powerMode)});
-        settings().remove(SettingsKey::restorePowerMode);
-    }
+    restoreRecordedPerformance();
     publish(perfApplied_, false);
 }
 
 void AwakeController::startWatchdog() {
     // The restore values are copied into the script, so every change of them needs a
     // fresh watchdog. A launch failure leaves no watchdog and is not reported.
+    // Its token lets the next launch call it off (see recoverPowerSettings). Without a
+    // token file it runs unguarded: restoring late beats never restoring.
+    std::optional<PowerHelper::WatchdogGuard> guard;
+    char token[33];
+    std::snprintf(token, sizeof token, "%016llx%016llx", static_cast<unsigned long long>(std::random_device{}()) << 32 ^ std::random_device{}(),
+                  static_cast<unsigned long long>(std::random_device{}()) << 32 ^ std::random_device{}());
+    if (!createPrivateDirectories(AppConfig::supportDir()) && writeFileAtomically(AppConfig::watchdogToken(), token))
+        guard = PowerHelper::WatchdogGuard{AppConfig::watchdogToken(), token};
     const std::string script = PowerHelper::watchdogScript(services().platform->processId(),
                                                            settings().integer(SettingsKey::restoreLowPower),
-                                                           settings().integer(SettingsKey::restorePowerMode));
+                                                           settings().integer(SettingsKey::restorePowerMode), guard);
     watchdog_ = services().commands->spawnDetached("/bin/sh", {"-c", script});
 }
 
@@ -60,12 +78,17 @@ void AwakeController::stopWatchdog() {
 }
 
 void AwakeController::recoverPowerSettings() {
+    // A watchdog of an earlier run that is still waiting (its app was killed seconds ago)
+    // would give the lid back in the middle of this run's first period: call it off. What
+    // it would have restored is restored here.
+    std::error_code ec;
+    std::filesystem::remove(AppConfig::watchdogToken(), ec);
     // Changes still recorded mean the last run ended without giving them back and its
     // watchdog did not finish the job either.
     if (!restorePending()) return;
     if (PowerHelper::isInstalled()) {
         PowerHelper::run({"lid-off"});
-        restorePerformance();
+        restoreRecordedPerformance();
     }
     settings().setBool(SettingsKey::restoreLid, false);
 }

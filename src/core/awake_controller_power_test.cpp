@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "core/app_config.h"
 #include "core/awake_controller.h"
 #include "core/settings_keys.h"
 #include "power/power_helper.h"
@@ -30,9 +31,14 @@ std::vector<std::string> helperVerbs(const TestEnvironment& env) {
     return out;
 }
 
+// The script of the watchdog started last (its token is the one in the token file).
 std::string watchdogFor(const TestEnvironment& env, const std::vector<std::string>& restores) {
-    const std::string call = "\n/usr/bin/sudo -n " + env.helperFile() + " ";
-    std::string script = "while /bin/kill -0 4242 2>/dev/null; do /bin/sleep 3; done" + call + "lid-off";
+    const std::string call = "\n'/usr/bin/sudo' -n '" + env.helperFile() + "' ";
+    const std::string token = testing::readFile(AppConfig::watchdogToken()).value_or("missing");
+    EXPECT_EQ(token.size(), 32u);
+    std::string script = "while /bin/kill -0 4242 2>/dev/null; do /bin/sleep 3; done\n[ \"$(/bin/cat '" +
+                         AppConfig::watchdogToken() + "' 2>/dev/null)\" = '" + token + "' ] || exit 0" + call +
+                         "lid-off";
     for (const auto& r : restores) script += call + r;
     return script;
 }

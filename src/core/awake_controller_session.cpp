@@ -62,10 +62,10 @@ void AwakeController::start(std::optional<KeepMode> modeArg, std::optional<int> 
     std::optional<Date> end;
     switch (mode.value()) {
         case KeepMode::auto_:
-            if (autoCapHours_ >= 1) end = addSeconds(begin, autoCapHours_ * 3600.0);
+            if (autoCapHours_ >= 1) end = addSeconds(begin, std::min(autoCapHours_ * 60, AppConfig::maxPeriodMinutes) * 60.0);
             break;
         case KeepMode::timer:
-            if (minutes >= 1) end = addSeconds(begin, minutes * 60.0);
+            if (minutes >= 1) end = addSeconds(begin, std::min(minutes, AppConfig::maxPeriodMinutes) * 60.0);
             break;
         case KeepMode::until:
             end = nextOccurrence(untilDate_);
@@ -128,10 +128,14 @@ void AwakeController::stop(std::optional<std::string> reason) {
         runCommand(AppConfig::sleepNowProgram(), {AppConfig::sleepNowArgument()});
 }
 
+Date AwakeController::cappedEnd(Date end) {
+    return std::min(end, addSeconds(currentDate(), AppConfig::maxPeriodMinutes * 60.0));
+}
+
 void AwakeController::extend(int minutes) {
     if (!isActive_) return;
     if (endDate_) {
-        publish(endDate_, std::optional<Date>(addSeconds(*endDate_, minutes * 60.0)));
+        publish(endDate_, std::optional<Date>(cappedEnd(addSeconds(*endDate_, minutes * 60.0))));
         return;
     }
     // An uncapped auto period has no end to move: restart its quiet countdown instead. A

@@ -1,9 +1,11 @@
 #include "core/json_file_settings.h"
 
+#include "commands/atomic_file.h"
+#include "core/strict_json.h"
+
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -21,8 +23,11 @@ void JsonFileSettings::load() {
     text << in.rdbuf();
     in.close();
 
-    const json doc = json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
-    if (doc.is_discarded() || !doc.is_object()) {
+    // Deep nesting counts as damage too: copying or printing it would overflow the stack at
+    // every start.
+    const StrictJson parsed = parseStrictJson(text.str());
+    const json& doc = parsed.value;
+    if (!parsed.ok() || !doc.is_object()) {
         // Keep the user's bytes for inspection rather than overwriting them on the next set.
         std::error_code ec;
         fs::rename(path_, path_ + ".corrupt", ec);
@@ -38,7 +43,7 @@ void JsonFileSettings::load() {
         else untouched[key] = value;
     }
     replaceStored(std::move(values));
-    untouched_ = untouched.dump();
+    untouched_ = untouched.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 void JsonFileSettings::changed() {
@@ -47,26 +52,10 @@ void JsonFileSettings::changed() {
     for (const auto& [key, value] : stored())
         std::visit([&, k = key](const auto& v) { doc[k] = v; }, value);
 
+    // It holds the phone channel's secret: private from the first byte.
     const fs::path target(path_);
-    std::error_code ec;
-    fs::create_directories(target.parent_path(), ec);
-    std::random_device rd;
-    const fs::path temp = target.string() + ".tmp" + std::to_string(rd());
-    bool ok = false;
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (out) {
-            out << doc.dump(2) << '\n';
-            out.flush();
-            ok = static_cast<bool>(out);
-        }
-    }
-    if (ok) {
-        fs::permissions(temp, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, ec);
-        fs::rename(temp, target, ec);
-        ok = !ec;
-    }
-    if (!ok) fs::remove(temp, ec);
+    bool ok = !createPrivateDirectories(target.parent_path().string());
+    if (ok) ok = !replaceFile(path_, doc.dump(2, ' ', false, json::error_handler_t::replace) + "\n", 0600, ExistingFile::replace);
     lastWriteOk_ = ok;
 }
 

@@ -79,12 +79,27 @@ TEST_F(JsonFileSettingsTest, AFileThatIsNotJsonIsKeptAsideAndDefaultsApply) {
     EXPECT_EQ(nlohmann::json::parse(*readFile(file()))["mode"], 1);
 }
 
-TEST_F(JsonFileSettingsTest, AJsonValueThatIsNotAnObjectIsKeptAsideToo) {
-    writeFile(file(), "[1, 2, 3]");
+TEST_F(JsonFileSettingsTest, ValidJsonWeCannotUseIsKeptAsideToo) {
+    const std::string deep = "{\"x\": " + std::string(100000, '[') + std::string(100000, ']') + "}";
+    for (const std::string& contents : {std::string("[1, 2, 3]"), deep}) {
+        writeFile(file(), contents);
+        JsonFileSettings s(file());
+        EXPECT_EQ(s.integer("mode"), std::nullopt);
+        EXPECT_EQ(readFile(file() + ".corrupt"), contents);
+        EXPECT_FALSE(fs::exists(file()));
+        s.setInteger("mode", 1);  // and writing works again
+        EXPECT_EQ(nlohmann::json::parse(*readFile(file()))["mode"], 1);
+        fs::remove(file());
+    }
+}
+
+TEST_F(JsonFileSettingsTest, TextThatIsNotUtf8IsWrittenBackWithoutThrowing) {
     JsonFileSettings s(file());
-    EXPECT_EQ(s.integer("mode"), std::nullopt);
-    EXPECT_EQ(readFile(file() + ".corrupt"), "[1, 2, 3]");
-    EXPECT_FALSE(fs::exists(file()));
+    s.setString("phone.topic", "\xff\xfe");  // e.g. pasted from a broken terminal
+    s.setBool("lockOnLidClose", false);
+    const auto doc = nlohmann::json::parse(*readFile(file()), nullptr, false);
+    ASSERT_TRUE(doc.is_object());
+    EXPECT_EQ(doc["lockOnLidClose"], false);
 }
 
 TEST_F(JsonFileSettingsTest, MembersOfOtherTypesAreWrittenBackUntouched) {

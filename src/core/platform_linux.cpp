@@ -158,7 +158,9 @@ std::optional<std::string> LinuxPlatform::setLoginItem(bool enabled) {
                "KillSignal=SIGTERM\n"
                "TimeoutStopSec=15\n"
                "Restart=on-failure\n"
-               "RestartSec=5\n\n"
+               "RestartSec=5\n"
+               // Runs after any end of the service, once the watchdog died with it.
+               "ExecStopPost=\"" << exe << "\" --restore\n\n"
                "[Install]\n"
                "WantedBy=default.target\n";
         out.close();

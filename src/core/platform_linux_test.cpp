@@ -107,6 +107,8 @@ TEST_F(LinuxPlatformTest, LoginItemWritesTheUserUnitAndEnablesIt) {
     const auto unit = readFile(p.unitFile());
     ASSERT_TRUE(unit);
     EXPECT_NE(unit->find("ExecStart=\"/opt/dw/bin/duskwelld\"\n"), std::string::npos);
+    EXPECT_NE(unit->find("ExecStopPost=\"/opt/dw/bin/duskwelld\" --restore\n"), std::string::npos)
+        << "after a crash systemd gives the power settings back";
     EXPECT_NE(unit->find("WantedBy=default.target"), std::string::npos);
     EXPECT_EQ(p.unitFile(), env.home.path() + "/.config/systemd/user/duskwelld.service");
 

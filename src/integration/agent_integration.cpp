@@ -3,17 +3,18 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <set>
-#include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include <filesystem>
 
+#include "commands/atomic_file.h"
 #include "core/app_config.h"
 #include "core/localization.h"
 #include "core/platform.h"
 #include "core/services.h"
+#include "core/strict_json.h"
 #include "core/text.h"
 
 namespace duskwell::AgentIntegration {
@@ -56,33 +57,57 @@ json ownGroup(AgentKind kind) {
                                             {"timeout", hookTimeout(kind)}}})}};
 }
 
-// A group is ours when one of its entries runs our hook, whatever version of the
-// command wrote it.
-bool isOwnGroup(const json& group) {
-    if (!group.is_object()) return false;
-    const auto entries = group.find("hooks");
-    if (entries == group.end() || !entries->is_array()) return false;
-    for (const auto& entry : *entries) {
-        if (!entry.is_object()) continue;
-        const auto command = entry.find("command");
-        if (command != entry.end() && command->is_string() &&
-            command->get_ref<const std::string&>().find(marker) != std::string::npos)
+// Ours: a command that runs the program at the marker path, whatever home or version wrote
+// it. A user's own script under "~/.duskwell/hooks/" is not ours.
+bool isOwnCommand(std::string_view command) {
+    const std::string_view tail(marker);
+    for (auto at = command.find(tail); at != std::string_view::npos; at = command.find(tail, at + 1)) {
+        const auto end = at + tail.size();
+        if (end == command.size() || command[end] == ' ' || command[end] == '\t' ||
+            command[end] == '"' || command[end] == '\'')
             return true;
     }
     return false;
 }
 
-// Drops our groups from one event's list; answers how many went.
-std::size_t removeOwnGroups(json& groups) {
+bool isOwnEntry(const json& entry) {
+    if (!entry.is_object()) return false;
+    const auto command = entry.find("command");
+    return command != entry.end() && command->is_string() && isOwnCommand(command->get_ref<const std::string&>());
+}
+
+// Drops our entries from one event's groups, and a group that held nothing else; the
+// user's entries beside ours stay where they are. Answers how many entries went.
+std::size_t removeOwnEntries(json& groups) {
     if (!groups.is_array()) return 0;
     json kept = json::array();
     std::size_t removed = 0;
     for (auto& group : groups) {
-        if (isOwnGroup(group)) ++removed;
-        else kept.push_back(std::move(group));
+        const auto entries = group.is_object() ? group.find("hooks") : group.end();
+        if (group.is_object() && entries != group.end() && entries->is_array()) {
+            json rest = json::array();
+            for (auto& entry : *entries)
+                if (!isOwnEntry(entry)) rest.push_back(std::move(entry));
+            const std::size_t n = entries->size() - rest.size();
+            removed += n;
+            if (n > 0 && rest.empty()) continue;
+            *entries = std::move(rest);
+        }
+        kept.push_back(std::move(group));
     }
     groups = std::move(kept);
     return removed;
+}
+
+// A part of the file we would have to change but cannot read the way the agents do: we
+// leave the file alone rather than overwrite what the user wrote.
+std::string notUnderstood(const std::string& path, const std::string& what) {
+    return T("설정 파일을 바꾸지 않았습니다: " + path + " (" + what + "의 형식을 알 수 없습니다)",
+             "Left settings file unchanged: " + path + " (" + what + " is not in a form Duskwell understands)");
+}
+
+bool mentionsMarker(const json& value) {
+    return value.dump(-1, ' ', false, json::error_handler_t::replace).find(marker) != std::string::npos;
 }
 
 // Dotfile managers link settings files into a repository; write through the link so
@@ -97,54 +122,6 @@ fs::path resolveLinks(const fs::path& path) {
         p = target.is_absolute() ? target : p.parent_path() / target;
     }
     return p;
-}
-
-std::string randomSuffix() {
-    std::random_device device;
-    std::ostringstream out;
-    out << std::hex << device() << device();
-    return out.str();
-}
-
-// Writes `text` to `target` through a temporary file in the same folder and a rename,
-// so that a reader sees the old file or the new one, never half of either.
-std::optional<std::string> writeAtomically(const fs::path& target, const std::string& text,
-                                           const std::string& shownPath) {
-    std::error_code ec;
-    const auto oldStatus = fs::status(target, ec);
-    const bool existed = fs::exists(oldStatus);
-    const fs::path tmp = target.parent_path() / ("." + target.filename().string() + ".duskwell-" + randomSuffix() + ".tmp");
-    {
-        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-        if (!out) return writeError(shownPath, errnoText());
-        // Settings files can hold tokens: private until the final mode is in place.
-        fs::permissions(tmp, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, ec);
-        out.write(text.data(), static_cast<std::streamsize>(text.size()));
-        out.flush();
-        if (!out) {
-            const std::string reason = errnoText();
-            out.close();
-            fs::remove(tmp, ec);
-            return writeError(shownPath, reason);
-        }
-    }
-    const fs::perms mode = existed ? oldStatus.permissions()
-                                   : (fs::perms::owner_read | fs::perms::owner_write |
-                                      fs::perms::group_read | fs::perms::others_read);
-    fs::permissions(tmp, mode, fs::perm_options::replace, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        fs::remove(tmp, ec);
-        return writeError(shownPath, reason);
-    }
-    fs::rename(tmp, target, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        std::error_code ignored;
-        fs::remove(tmp, ignored);
-        return writeError(shownPath, reason);
-    }
-    return std::nullopt;
 }
 
 }  // namespace
@@ -235,10 +212,7 @@ bool trustsOwnHooks(const json& hooks, const std::string& hooksPath, const std::
             const auto entries = groups[g].find("hooks");
             if (!groups[g].is_object() || entries == groups[g].end() || !entries->is_array()) continue;
             for (std::size_t e = 0; e < entries->size(); ++e) {
-                const auto command = (*entries)[e].find("command");
-                if (!(*entries)[e].is_object() || command == (*entries)[e].end() || !command->is_string() ||
-                    command->get_ref<const std::string&>().find(marker) == std::string::npos)
-                    continue;
+                if (!isOwnEntry((*entries)[e])) continue;
                 const std::string key =
                     hooksPath + ":" + snakeCase(event) + ":" + std::to_string(g) + ":" + std::to_string(e);
                 if (!trusted.count(key)) return false;
@@ -284,22 +258,35 @@ std::optional<std::string> load(const std::string& path, json& settings) {
         settings = json::object();
         return std::nullopt;
     }
-    json parsed = json::parse(text, nullptr, /*allow_exceptions=*/false);
-    if (parsed.is_discarded() || !parsed.is_object()) return parseError(path);
-    settings = std::move(parsed);
+    // The file goes back to the agent: a number we would round, or nesting we could not
+    // copy, means we do not touch it at all.
+    StrictJson parsed = parseStrictJson(text, JsonNumbers::exact);
+    switch (parsed.problem) {
+    case JsonProblem::none: break;
+    case JsonProblem::syntax: return parseError(path);
+    case JsonProblem::tooDeep: return notUnderstood(path, T("깊이 중첩된 값", "deeply nested data"));
+    case JsonProblem::inexactNumber: return notUnderstood(path, T("정밀한 숫자", "a long or large number"));
+    }
+    if (!parsed.value.is_object()) return parseError(path);
+    settings = std::move(parsed.value);
     return std::nullopt;
 }
 
 std::optional<std::string> save(const json& settings, const std::string& path) {
     std::error_code ec;
     const fs::path file(path);
-    fs::create_directories(file.parent_path(), ec);
-    if (ec) return writeError(path, ec.message());
+    if (auto error = createPrivateDirectories(file.parent_path().string())) return writeError(path, *error);
 
     // One backup, ever: it keeps the file as it was before we first touched it.
     const fs::path backup(path + ".duskwell-backup");
     if (fs::exists(file, ec) && !fs::exists(fs::symlink_status(backup, ec))) {
-        fs::copy_file(file, backup, fs::copy_options::none, ec);
+        // Copied through the same private route as the file itself: it holds the same tokens.
+        std::ifstream in(file, std::ios::binary);
+        const std::string original((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const auto mode = static_cast<unsigned>(fs::status(file, ec).permissions() & fs::perms::mask);
+        if (!in || in.bad()) ec = std::make_error_code(std::errc::io_error);
+        else if (auto error = replaceFile(backup.string(), original, ec ? 0600 : mode, ExistingFile::replace))
+            ec = std::make_error_code(std::errc::io_error);
         if (ec) {
             return T("설정 파일을 백업할 수 없습니다: " + path + " (" + ec.message() + ")",
                      "Can't back up settings file: " + path + " (" + ec.message() + ")");
@@ -312,7 +299,11 @@ std::optional<std::string> save(const json& settings, const std::string& path) {
     } catch (const std::exception& e) {
         return writeError(path, e.what());
     }
-    return writeAtomically(resolveLinks(file), text, path);
+    // Settings files can hold tokens: a new one is private, an existing one keeps its mode
+    // and owner.
+    if (auto error = replaceFile(resolveLinks(file).string(), text, 0600, ExistingFile::keep))
+        return writeError(path, *error);
+    return std::nullopt;
 }
 
 std::optional<std::string> install(AgentKind kind) {
@@ -323,12 +314,19 @@ std::optional<std::string> install(AgentKind kind) {
     json settings;
     if (auto error = load(*file, settings)) return error;
     json hooks = json::object();
-    if (const auto it = settings.find("hooks"); it != settings.end() && it->is_object()) hooks = *it;
+    if (const auto it = settings.find("hooks"); it != settings.end()) {
+        if (!it->is_object()) return notUnderstood(*file, "\"hooks\"");
+        hooks = *it;
+    }
+    for (const auto& event : events(kind)) {
+        const auto it = hooks.find(event);
+        if (it != hooks.end() && !it->is_array()) return notUnderstood(*file, "\"hooks\"." + event);
+    }
 
     for (const auto& event : events(kind)) {
         json groups = json::array();
-        if (const auto it = hooks.find(event); it != hooks.end() && it->is_array()) groups = *it;
-        removeOwnGroups(groups);  // reinstalling replaces, never duplicates
+        if (const auto it = hooks.find(event); it != hooks.end()) groups = *it;
+        removeOwnEntries(groups);  // reinstalling replaces, never duplicates
         groups.push_back(ownGroup(kind));
         hooks[event] = std::move(groups);
     }
@@ -345,7 +343,12 @@ std::optional<std::string> uninstall(AgentKind kind) {
     json settings;
     if (auto error = load(*file, settings)) return error;
     const auto it = settings.find("hooks");
-    if (it == settings.end() || !it->is_object()) return std::nullopt;
+    if (it == settings.end()) return std::nullopt;
+    // Something of ours inside a shape we cannot edit: say so rather than claim success.
+    if (!it->is_object()) {
+        if (mentionsMarker(*it)) return notUnderstood(*file, "\"hooks\"");
+        return std::nullopt;
+    }
 
     json& hooks = *it;
     std::vector<std::string> emptied;
@@ -353,7 +356,11 @@ std::optional<std::string> uninstall(AgentKind kind) {
     // Every event, not only today's list: an older version may have hooked others.
     for (auto entry : hooks.items()) {
         json& groups = entry.value();
-        const std::size_t n = removeOwnGroups(groups);
+        if (!groups.is_array()) {
+            if (mentionsMarker(groups)) return notUnderstood(*file, "\"hooks\"." + entry.key());
+            continue;
+        }
+        const std::size_t n = removeOwnEntries(groups);
         removed += n;
         if (n > 0 && groups.empty()) emptied.push_back(entry.key());
     }
@@ -366,10 +373,9 @@ std::optional<std::string> uninstall(AgentKind kind) {
 std::optional<std::string> installScript() {
     std::error_code ec;
     const std::string sessions = AppConfig::sessionsDir();
-    fs::create_directories(sessions, ec);
-    if (ec) {
-        return T("폴더를 만들 수 없습니다: " + sessions + " (" + ec.message() + ")",
-                 "Can't create folder: " + sessions + " (" + ec.message() + ")");
+    if (auto error = createPrivateDirectories(sessions)) {
+        return T("폴더를 만들 수 없습니다: " + sessions + " (" + *error + ")",
+                 "Can't create folder: " + sessions + " (" + *error + ")");
     }
     const auto source = services().platform->resourcePath("duskwell-hook");
     if (!source || !fs::is_regular_file(*source, ec))
@@ -378,24 +384,13 @@ std::optional<std::string> installScript() {
     const auto failed = [](const std::string& reason) -> std::optional<std::string> {
         return T("훅 프로그램을 설치할 수 없습니다: " + reason, "Can't install the hook program: " + reason);
     };
-    // Copy beside the old program and rename over it: an agent running the hook at this
-    // moment finds either version, never a half-copied file.
-    const fs::path target(AppConfig::hookScript());
-    const fs::path fresh(target.string() + ".new");
-    fs::remove(fresh, ec);
-    fs::copy_file(*source, fresh, fs::copy_options::overwrite_existing, ec);
-    if (ec) return failed(ec.message());
-    fs::permissions(fresh,
-                    fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                        fs::perms::others_read | fs::perms::others_exec,
-                    fs::perm_options::replace, ec);
-    if (!ec) fs::rename(fresh, target, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        std::error_code ignored;
-        fs::remove(fresh, ignored);
-        return failed(reason);
-    }
+    // Written beside the old program under a name of its own (connects may run at once) and
+    // renamed over it: an agent running the hook at this moment finds either version, never
+    // a half-copied file.
+    std::ifstream in(*source, std::ios::binary);
+    const std::string program((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (!in || in.bad()) return failed(errnoText());
+    if (auto error = replaceFile(AppConfig::hookScript(), program, 0755, ExistingFile::replace)) return failed(*error);
     return std::nullopt;
 }
 

@@ -277,17 +277,76 @@ TEST(AgentIntegrationUninstall, DropsAHooksObjectThatOnlyHeldOurs) {
     EXPECT_EQ(h.read(h.codexFile()), json::object());
 }
 
-TEST(AgentIntegrationUninstall, RemovesOurGroupsFromEveryEventAndKeepsTheUsersEmptyLists) {
+TEST(AgentIntegrationUninstall, RemovesOnlyOurEntriesFromEveryEventAndKeepsTheUsers) {
     HookHome h;
     fs::create_directories(h.home + "/.claude");
     writeFile(h.claudeFile(), R"({"hooks": {
         "SessionStart": [{"hooks": [{"type": "command", "command": "/home/x/.duskwell/hook claude"}]}],
         "PreCompact": [],
-        "Stop": [{"hooks": [{"type": "command", "command": "say done"},
+        "PreToolUse": [{"hooks": [{"type": "command", "command": "/home/x/.duskwell/hooks/guard.sh"}]}],
+        "Stop": [{"matcher": "", "hooks": [{"type": "command", "command": "say done"},
                             {"type": "command", "command": "/home/x/.duskwell/hook claude"}]}]}})");
     ASSERT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt);
-    EXPECT_EQ(h.read(h.claudeFile()), json::parse(R"({"hooks": {"PreCompact": []}})"))
-        << "a group holding our entry is ours, even beside another entry";
+    EXPECT_EQ(h.read(h.claudeFile()), json::parse(R"({"hooks": {"PreCompact": [],
+        "PreToolUse": [{"hooks": [{"type": "command", "command": "/home/x/.duskwell/hooks/guard.sh"}]}],
+        "Stop": [{"matcher": "", "hooks": [{"type": "command", "command": "say done"}]}]}})"))
+        << "the user's entry beside ours and their own script under ~/.duskwell/hooks stay";
+
+    // Installing again keeps the user's entry in its group and adds our own group.
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    const json stop = h.read(h.claudeFile())["hooks"]["Stop"];
+    ASSERT_EQ(stop.size(), 2u);
+    EXPECT_EQ(stop[0]["hooks"], json::parse(R"([{"type": "command", "command": "say done"}])"));
+    EXPECT_EQ(stop[1], ownGroup(h.ownCommand("claude")));
+}
+
+TEST(AgentIntegrationErrors, WhatWeCannotEditFaithfullyIsRefusedAndLeftAlone) {
+    struct Case {
+        const char* contents;
+        const char* why;
+        bool uninstallRefused;  // uninstall refuses only when something of ours is inside
+    };
+    const Case cases[] = {
+        {R"({"hooks": "managed elsewhere"})", "\"hooks\"", false},
+        {R"({"hooks": ["/x/.duskwell/hook claude"]})", "\"hooks\"", true},
+        {R"({"hooks": {"Stop": {"hooks": []}}})", "\"hooks\".Stop", false},
+        {R"({"hooks": {"Stop": {"cmd": "/x/.duskwell/hook claude"}}})", "\"hooks\".Stop", true},
+        {R"({"limit": 123456789012345678901234567890, "hooks": {}})", "a long or large number", true},
+        {R"({"ratio": 0.1234567890123456789, "hooks": {}})", "a long or large number", true},
+        {R"({"tiny": 1e-400})", "a long or large number", true},
+    };
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    for (const auto& c : cases) {
+        writeFile(h.claudeFile(), c.contents);
+        const auto error = AgentIntegration::install(AgentKind::claude);
+        ASSERT_TRUE(error.has_value()) << c.contents;
+        EXPECT_EQ(error->rfind("Left settings file unchanged: " + h.claudeFile(), 0), 0u) << *error;
+        EXPECT_NE(error->find(c.why), std::string::npos) << *error;
+        EXPECT_EQ(AgentIntegration::uninstall(AgentKind::claude).has_value(), c.uninstallRefused) << c.contents;
+        EXPECT_EQ(readFile(h.claudeFile()), c.contents);
+        EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup")) << c.contents;
+    }
+
+    // Numbers a double carries exactly go through, whatever their spelling.
+    writeFile(h.claudeFile(), R"({"a": 9007199254740993, "b": -12, "c": 0.5, "d": 1e20, "e": 0.000, "f": 23.4567812})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::claude), std::nullopt);
+    EXPECT_EQ(AgentIntegration::uninstall(AgentKind::claude), std::nullopt)
+        << "a number as we printed it reads back (23.4567812 prints with 17 digits)";
+    const json after = h.read(h.claudeFile());
+    EXPECT_EQ(after["a"].get<std::int64_t>(), 9007199254740993);
+    EXPECT_EQ(after["d"].get<double>(), 1e20);
+}
+
+TEST(AgentIntegrationErrors, DeeplyNestedSettingsAreRefusedBeforeAnyBackup) {
+    HookHome h;
+    fs::create_directories(h.home + "/.claude");
+    const std::string deep = "{\"x\": " + std::string(100000, '[') + std::string(100000, ']') + "}";
+    writeFile(h.claudeFile(), deep);
+    const auto error = AgentIntegration::install(AgentKind::claude);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_NE(error->find("deeply nested"), std::string::npos) << *error;
+    EXPECT_FALSE(fs::exists(h.claudeFile() + ".duskwell-backup"));
 }
 
 TEST(AgentIntegrationUninstall, OfAMissingFileCreatesNothing) {

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "core/app_config.h"
+#include "duskwell_version.h"
 #include "core/localization.h"
 #include "core/platform.h"
 #include "core/services.h"
@@ -12,16 +13,6 @@
 
 namespace duskwell::PowerHelper {
 namespace {
-
-// Single-quotes `text` for the shell: ' becomes '\'' inside the quotes.
-std::string shellQuote(const std::string& text) {
-    std::string out = "'";
-    for (char c : text) {
-        if (c == '\'') out += "'\\''";
-        else out += c;
-    }
-    return out + "'";
-}
 
 std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
     std::string::size_type at = 0;
@@ -65,6 +56,7 @@ std::string InstallError::localizedDescription() const {
 }
 
 std::string helperPath() { return AppConfig::helperPath(); }
+std::string expectedHelperSha256() { return DUSKWELL_HELPER_SHA256; }
 std::string sudoersPath() { return AppConfig::sudoersPath(); }
 
 bool isInstalled() {
@@ -98,18 +90,18 @@ std::optional<InstallError> install() {
 std::optional<InstallError> uninstall() {
     // Give sleep back while the helper still exists to do it.
     run({"lid-off"});
-    return runAsAdmin("/bin/rm -f " + sudoersPath() + " " + helperPath(),
+    return runAsAdmin("/bin/rm -f " + shellQuote(sudoersPath()) + " " + shellQuote(helperPath()),
                       T("Duskwell 전원 권한을 제거합니다.", "Remove Duskwell power permission."));
 }
 
 InstallLayout macLayout() {
     return {"/Library/PrivilegedHelperTools/duskwell-power", "/etc/sudoers.d/duskwell", "wheel",
-            "/etc/sudoers.d/owlguard", "/Library/PrivilegedHelperTools/owlguard-power"};
+            "/etc/sudoers.d/owlguard", "/Library/PrivilegedHelperTools/owlguard-power", "/usr/bin/shasum -a 256"};
 }
 
 InstallLayout linuxLayout() {
     return {"/usr/local/libexec/duskwell-power", "/etc/sudoers.d/duskwell", "root",
-            "/etc/sudoers.d/owlguard", "/usr/local/libexec/owlguard-power"};
+            "/etc/sudoers.d/owlguard", "/usr/local/libexec/owlguard-power", "/usr/bin/sha256sum"};
 }
 
 InstallLayout currentLayout() {
@@ -128,17 +120,23 @@ std::string installScript(const std::string& user, const std::string& source) {
 }
 
 std::string installScript(const InstallLayout& layout, const std::string& user, const std::string& source) {
-    // The rule is checked by visudo in a private file before anything is installed; under
-    // set -e a failed check stops here. The helper goes in before the rule that allows it.
+    // The helper is copied into a root-owned temporary file and its hash checked there, so
+    // what gets installed is exactly what this build shipped, whatever happens to the file
+    // beside the user's executable meanwhile. The rule is checked by visudo in a private
+    // file before anything is installed; under set -e a failed check stops here. The helper
+    // goes in before the rule that allows it. Every path is quoted.
     const std::string owner = "-o root -g " + layout.group;
     return "set -e\n"
            "T=$(/usr/bin/mktemp /tmp/duskwell.XXXXXX)\n"
-           "/bin/echo '" + user + " ALL=(root) NOPASSWD: " + layout.helper + "' > \"$T\"\n"
+           "H=$(/usr/bin/mktemp /tmp/duskwell.XXXXXX)\n"
+           "/bin/cp " + shellQuote(source) + " \"$H\"\n"
+           "[ \"$(" + layout.hashTool + " \"$H\")\" = \"" + layout.helperSha256 + "  $H\" ]\n"
+           "/bin/echo " + shellQuote(user + " ALL=(root) NOPASSWD: " + layout.helper) + " > \"$T\"\n"
            "/usr/sbin/visudo -cf \"$T\" >/dev/null\n"
-           "/bin/mkdir -p " + folderOf(layout.helper) + "\n"
-           "/usr/bin/install " + owner + " -m 755 " + shellQuote(source) + " " + layout.helper + "\n"
-           "/usr/bin/install " + owner + " -m 440 \"$T\" " + layout.sudoers + "\n"
-           "/bin/rm -f \"$T\" " + layout.formerRule + " " + layout.formerHelper;
+           "/bin/mkdir -p " + shellQuote(folderOf(layout.helper)) + "\n"
+           "/usr/bin/install " + owner + " -m 755 \"$H\" " + shellQuote(layout.helper) + "\n"
+           "/usr/bin/install " + owner + " -m 440 \"$T\" " + shellQuote(layout.sudoers) + "\n"
+           "/bin/rm -f \"$T\" \"$H\" " + shellQuote(layout.formerRule) + " " + shellQuote(layout.formerHelper);
 }
 
 std::string adminScriptSource(const std::string& script, const std::string& prompt) {
@@ -189,10 +187,23 @@ std::string formatArguments(const std::vector<std::string>& arguments) {
     return out + "]";
 }
 
-std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower, std::optional<std::int64_t> powerMode) {
-    const std::string call = "\n" + AppConfig::sudoPath() + " -n " + helperPath();
-    std::string script = "while /bin/kill -0 " + std::to_string(pid) + " 2>/dev/null; do /bin/sleep 3; done" +
-                         call + " lid-off";
+std::string shellQuote(const std::string& text) {
+    std::string out = "'";
+    for (char c : text) {
+        if (c == '\'') out += "'\\''";
+        else out += c;
+    }
+    return out + "'";
+}
+
+std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower, std::optional<std::int64_t> powerMode,
+                           const std::optional<WatchdogGuard>& guard) {
+    const std::string call = "\n" + shellQuote(AppConfig::sudoPath()) + " -n " + shellQuote(helperPath());
+    std::string script = "while /bin/kill -0 " + std::to_string(pid) + " 2>/dev/null; do /bin/sleep 3; done";
+    if (guard)
+        script += "\n[ \"$(/bin/cat " + shellQuote(guard->file) + " 2>/dev/null)\" = " + shellQuote(guard->token) +
+                  " ] || exit 0";
+    script += call + " lid-off";
     if (lowPower) script += call + " lowpower " + std::to_string(*lowPower);
     if (powerMode) script += call + " powermode " + std::to_string(*powerMode);
     return script;

@@ -44,12 +44,17 @@ std::string adminScriptSource(const std::string& script, const std::string& prom
 inline constexpr const char* resourceName = "duskwell-power";
 
 // Where one system keeps the helper, its sudoers rule and the former product's files.
+// SHA-256 of the helper this build ships (computed when the build is configured).
+std::string expectedHelperSha256();
+
 struct InstallLayout {
     std::string helper;        // installed helper (its folder is created when missing)
     std::string sudoers;       // the sudoers rule
     std::string group;         // group owning both files
     std::string formerRule;    // removed on every install so two rules never coexist
     std::string formerHelper;
+    std::string hashTool;      // prints "<sha256>  <file>"
+    std::string helperSha256 = expectedHelperSha256();  // what the copied helper must hash to
 };
 InstallLayout macLayout();
 InstallLayout linuxLayout();
@@ -62,11 +67,22 @@ bool isValidUserName(const std::string& user);
 // An argument list as the failure log shows it: ["lowpower", "0"].
 std::string formatArguments(const std::vector<std::string>& arguments);
 
+// A watchdog acts only while `file` still holds `token`: the next launch of the app
+// removes the file first, so a late watchdog of a killed run never undoes a new period.
+struct WatchdogGuard {
+    std::string file;
+    std::string token;  // [0-9a-f]
+};
+
 // The detached shell that waits for process `pid` to end, then gives lid sleep back and
 // writes back the recorded performance values. Uses `AppConfig::sudoPath()` (which is
-// /usr/bin/sudo outside tests) and `helperPath()`.
+// /usr/bin/sudo outside tests) and `helperPath()`, both quoted.
 std::string watchdogScript(int pid, std::optional<std::int64_t> lowPower,
-                           std::optional<std::int64_t> powerMode);
+                           std::optional<std::int64_t> powerMode,
+                           const std::optional<WatchdogGuard>& guard = std::nullopt);
+
+// Single-quotes `text` for the shell: ' becomes '\'' inside the quotes.
+std::string shellQuote(const std::string& text);
 
 }  // namespace PowerHelper
 }  // namespace duskwell

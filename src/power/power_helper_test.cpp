@@ -25,43 +25,43 @@ struct LogCapture {
 
 // --- the install script ---
 
-TEST(PowerHelperInstallScript, MacScriptIsExactAndQuotesASingleQuoteInTheSource) {
+TEST(PowerHelperInstallScript, MacScriptIsExactQuotesEveryPathAndChecksTheHelpersHash) {
     const std::string script = PowerHelper::installScript(
         PowerHelper::macLayout(), "ann", "/Applications/Ann's Tools/Duskwell.app/Contents/Resources/duskwell-power");
+    const std::string hash = PowerHelper::expectedHelperSha256();
+    ASSERT_EQ(hash.size(), 64u);
     EXPECT_EQ(script,
               "set -e\n"
               "T=$(/usr/bin/mktemp /tmp/duskwell.XXXXXX)\n"
+              "H=$(/usr/bin/mktemp /tmp/duskwell.XXXXXX)\n"
+              "/bin/cp '/Applications/Ann'\\''s Tools/Duskwell.app/Contents/Resources/duskwell-power' \"$H\"\n"
+              "[ \"$(/usr/bin/shasum -a 256 \"$H\")\" = \"" + hash + "  $H\" ]\n"
               "/bin/echo 'ann ALL=(root) NOPASSWD: /Library/PrivilegedHelperTools/duskwell-power' > \"$T\"\n"
               "/usr/sbin/visudo -cf \"$T\" >/dev/null\n"
-              "/bin/mkdir -p /Library/PrivilegedHelperTools\n"
-              "/usr/bin/install -o root -g wheel -m 755 "
-              "'/Applications/Ann'\\''s Tools/Duskwell.app/Contents/Resources/duskwell-power' "
-              "/Library/PrivilegedHelperTools/duskwell-power\n"
-              "/usr/bin/install -o root -g wheel -m 440 \"$T\" /etc/sudoers.d/duskwell\n"
-              "/bin/rm -f \"$T\" /etc/sudoers.d/owlguard /Library/PrivilegedHelperTools/owlguard-power");
+              "/bin/mkdir -p '/Library/PrivilegedHelperTools'\n"
+              "/usr/bin/install -o root -g wheel -m 755 \"$H\" '/Library/PrivilegedHelperTools/duskwell-power'\n"
+              "/usr/bin/install -o root -g wheel -m 440 \"$T\" '/etc/sudoers.d/duskwell'\n"
+              "/bin/rm -f \"$T\" \"$H\" '/etc/sudoers.d/owlguard' '/Library/PrivilegedHelperTools/owlguard-power'");
 }
 
-TEST(PowerHelperInstallScript, LinuxScriptHasTheSameStepsWithLinuxPathsAndRootGroup) {
+TEST(PowerHelperInstallScript, LinuxScriptHasTheSameStepsWithLinuxToolsPathsAndRootGroup) {
     const std::string script =
         PowerHelper::installScript(PowerHelper::linuxLayout(), "ann.b", "/opt/duskwell/libexec/duskwell-power");
-    EXPECT_EQ(script,
-              "set -e\n"
-              "T=$(/usr/bin/mktemp /tmp/duskwell.XXXXXX)\n"
-              "/bin/echo 'ann.b ALL=(root) NOPASSWD: /usr/local/libexec/duskwell-power' > \"$T\"\n"
-              "/usr/sbin/visudo -cf \"$T\" >/dev/null\n"
-              "/bin/mkdir -p /usr/local/libexec\n"
-              "/usr/bin/install -o root -g root -m 755 '/opt/duskwell/libexec/duskwell-power' "
-              "/usr/local/libexec/duskwell-power\n"
-              "/usr/bin/install -o root -g root -m 440 \"$T\" /etc/sudoers.d/duskwell\n"
-              "/bin/rm -f \"$T\" /etc/sudoers.d/owlguard /usr/local/libexec/owlguard-power");
+    EXPECT_THAT(script, HasSubstr("\n/bin/cp '/opt/duskwell/libexec/duskwell-power' \"$H\"\n"));
+    EXPECT_THAT(script, HasSubstr("[ \"$(/usr/bin/sha256sum \"$H\")\" = \"" + PowerHelper::expectedHelperSha256() + "  $H\" ]"));
+    EXPECT_THAT(script, HasSubstr("/usr/bin/install -o root -g root -m 755 \"$H\" '/usr/local/libexec/duskwell-power'\n"));
+    EXPECT_THAT(script, HasSubstr("/usr/bin/install -o root -g root -m 440 \"$T\" '/etc/sudoers.d/duskwell'\n"));
 }
 
-TEST(PowerHelperInstallScript, UsesTheConfiguredHelperPathSoTheRuleMatchesWhatIsRun) {
+TEST(PowerHelperInstallScript, AHostileConfiguredPathStaysOneQuotedWord) {
     TestEnvironment env;
+    const std::string hostile = env.home.path() + "/x'; touch /pwned; '";
+    const std::string quoted = env.home.path() + "/x'\\''; touch /pwned; '\\'''";
+    ::setenv("DUSKWELL_TEST_HELPER", hostile.c_str(), 1);
     const std::string script = PowerHelper::installScript("ann", "/src/duskwell-power");
-    EXPECT_THAT(script, HasSubstr("'ann ALL=(root) NOPASSWD: " + env.helperFile() + "'"));
-    EXPECT_THAT(script, HasSubstr("'/src/duskwell-power' " + env.helperFile() + "\n"));
-    EXPECT_THAT(script, HasSubstr("\"$T\" /etc/sudoers.d/duskwell\n"));
+    EXPECT_THAT(script, HasSubstr("'ann ALL=(root) NOPASSWD: " + quoted + " > "));
+    EXPECT_THAT(script, HasSubstr("\"$H\" '" + quoted + "\n"));
+    ::unsetenv("DUSKWELL_TEST_HELPER");
 }
 
 // --- the AppleScript source ---
@@ -99,7 +99,7 @@ TEST(PowerHelperAdminScript, InstallScriptBecomesOneCommandLineWithNoBareQuote) 
     std::string joined = script;
     for (size_t at = 0; (at = joined.find('\n', at)) != std::string::npos;) joined.replace(at, 1, "; ");
     EXPECT_EQ(unescaped, joined);
-    EXPECT_EQ(std::count(unescaped.begin(), unescaped.end(), ';'), 7);
+    EXPECT_EQ(std::count(unescaped.begin(), unescaped.end(), ';'), 10);
 }
 
 // --- isInstalled and run ---
@@ -222,7 +222,7 @@ TEST(PowerHelperUninstall, GivesLidSleepBackBeforeRemovingTheFiles) {
     EXPECT_FALSE(PowerHelper::uninstall().has_value());
     EXPECT_THAT(commandsBeforePrompt, ElementsAre("/usr/bin/sudo -n " + env.helperFile() + " lid-off"));
     ASSERT_EQ(env.platform.adminScripts.size(), 1u);
-    EXPECT_EQ(env.platform.adminScripts[0].first, "/bin/rm -f /etc/sudoers.d/duskwell " + env.helperFile());
+    EXPECT_EQ(env.platform.adminScripts[0].first, "/bin/rm -f '/etc/sudoers.d/duskwell' '" + env.helperFile() + "'");
     EXPECT_EQ(env.platform.adminScripts[0].second, "Remove Duskwell power permission.");
 }
 
@@ -239,13 +239,14 @@ TEST(PowerHelperUninstall, CancelledPromptIsReportedAfterLidOffWasSent) {
 
 TEST(PowerHelperWatchdogScript, PollsThePidThenRestoresLidAndRecordedValues) {
     TestEnvironment env;
-    const std::string call = "/usr/bin/sudo -n " + env.helperFile();
-    EXPECT_EQ(PowerHelper::watchdogScript(4242, std::nullopt, std::nullopt),
-              "while /bin/kill -0 4242 2>/dev/null; do /bin/sleep 3; done\n" + call + " lid-off");
+    const std::string call = "'/usr/bin/sudo' -n '" + env.helperFile() + "'";
+    const std::string wait = "while /bin/kill -0 77 2>/dev/null; do /bin/sleep 3; done\n";
+    EXPECT_EQ(PowerHelper::watchdogScript(77, std::nullopt, std::nullopt), wait + call + " lid-off");
     EXPECT_EQ(PowerHelper::watchdogScript(77, 1, 0),
-              "while /bin/kill -0 77 2>/dev/null; do /bin/sleep 3; done\n" + call + " lid-off\n" + call +
-                  " lowpower 1\n" + call + " powermode 0");
+              wait + call + " lid-off\n" + call + " lowpower 1\n" + call + " powermode 0");
     EXPECT_THAT(PowerHelper::watchdogScript(77, std::nullopt, 1), Not(HasSubstr("lowpower")));
+    EXPECT_EQ(PowerHelper::watchdogScript(77, std::nullopt, std::nullopt, PowerHelper::WatchdogGuard{"/h/it's", "ab12"}),
+              wait + "[ \"$(/bin/cat '/h/it'\\''s' 2>/dev/null)\" = 'ab12' ] || exit 0\n" + call + " lid-off");
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #pragma once
+// A standard header first: asio configures itself from the library's macros
+// (_GLIBCXX_HAVE_ALIGNED_ALLOC and others), which exist only once one is included.
+#include <memory>
+
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
-#include <memory>
 
 #include "core/dispatcher.h"
 

@@ -12,6 +12,8 @@ DaemonOptions parseDaemonOptions(const std::vector<std::string>& args) {
             o.version = true;
         } else if (a == "--log") {
             o.noDashboard = true;
+        } else if (a == "--restore") {
+            o.restoreOnly = true;
         } else if (a == "--open-url") {
             if (i + 1 >= args.size()) {
                 o.error = "--open-url needs a URL";
@@ -31,7 +33,7 @@ DaemonOptions parseDaemonOptions(const std::vector<std::string>& args) {
 }
 
 std::string daemonHelpText() {
-    return R"(usage: duskwelld [--log] [--open-url URL] [--help] [--version]
+    return R"(usage: duskwelld [--log] [--open-url URL] [--restore] [--help] [--version]
 
 Keeps this machine awake (also with the lid closed) while AI coding agents work, and lets
 it sleep when they are done, when a timer runs out, when the battery gets low or when it
@@ -44,6 +46,8 @@ Options:
   --open-url URL  hand a duskwell:// link to the running duskwelld (exit 0 when handled,
                   1 otherwise), or handle it at start when none runs
   --log           no dashboard: log lines even on a terminal
+  --restore       give back power settings a crashed run left changed, then exit (the
+                  user service runs it after every stop; does nothing while one runs)
   --help          this text
   --version       the version
 

@@ -1,5 +1,7 @@
 #include "instance_lock.h"
 
+#include "commands/atomic_file.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -27,8 +29,7 @@ std::optional<int> readPid(int fd) {
 }  // namespace
 
 std::optional<InstanceLock> InstanceLock::acquire(const std::string& path, Busy* busy, std::string* error) {
-    std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    createPrivateDirectories(std::filesystem::path(path).parent_path().string());
     const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
         if (error) *error = path + ": " + std::strerror(errno);

@@ -16,6 +16,7 @@
 #include "asio_dispatcher.h"
 #include "control_server.h"
 #include "core/app_config.h"
+#include "duskwell_version.h"
 #include "core/awake_controller.h"
 #include "core/real_services.h"
 #include "core/services.h"
@@ -115,12 +116,14 @@ int main(int argc, char** argv) {
     // Test-only: a faster wall clock (see docs/ARCHITECTURE.md, test-only overrides).
     std::optional<ScaledClock> scaledClock;
     std::optional<ServicesScope> scaledScope;
+#if DUSKWELL_TEST_OVERRIDES
     if (const auto scale = parseTimeScale(std::getenv("DUSKWELL_TEST_TIME_SCALE"))) {
         scaledClock.emplace(*scale);
         Services set = real.installed();
         set.clock = &*scaledClock;
         scaledScope.emplace(set);
     }
+#endif
 
     // One duskwelld per user; a second start hands its arguments to the first.
     InstanceLock::Busy busy;
@@ -128,6 +131,7 @@ int main(int argc, char** argv) {
     std::optional<InstanceLock> lock =
         InstanceLock::acquire(AppConfig::supportDir() + "/duskwelld.lock", &busy, &lockError);
     if (!lock) {
+        if (options.restoreOnly) return 0;  // the running instance owns the settings
         if (!lockError.empty()) {
             std::cerr << "duskwelld: " << lockError << "\n";
             return 1;
@@ -140,6 +144,11 @@ int main(int argc, char** argv) {
             return status;
         }
         return 1;
+    }
+
+    if (options.restoreOnly) {
+        AwakeController::recoverPowerSettings();
+        return 0;
     }
 
     const bool dashboard = !options.noDashboard && ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
