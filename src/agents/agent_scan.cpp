@@ -183,20 +183,28 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
     ScanResult result;
     std::map<AgentKind, Row> rows;
     for (const auto& root : roots) {
-        if (root.claimed) continue;
+        const std::int32_t pid = root.process->pid;
+        if (root.claimed) {
+            result.memory.hookedRoots.insert(pid);
+            continue;
+        }
         const auto& tree = root.tree;
+        if (previous.hookedRoots.count(pid)) {
+            result.memory.hookedRoots.insert(pid);
+            add(rows, root.kind, busyDescendant(tree) ? AgentState::working : AgentState::idle, Hooks::no);
+            continue;
+        }
 
         double cpuSum = 0;
         std::int64_t netSum = 0;
-        bool busyDescendant = false;
+        bool busyChild = false;
         for (size_t i = 0; i < tree.size(); ++i) {
             cpuSum += tree[i]->cpu;
             netSum = addBytes(netSum, tree[i]->netBytes.value_or(0));
-            if (i > 0 && tree[i]->cpu >= kDescendantBusyCpu) busyDescendant = true;
+            if (i > 0 && tree[i]->cpu >= kDescendantBusyCpu) busyChild = true;
         }
         const bool quiet = cpuSum < kTreeBusyCpu;
 
-        const std::int32_t pid = root.process->pid;
         result.memory.lastNet[pid] = netSum;
         AgentState netState = AgentState::idle;
         const auto old = previous.lastNet.find(pid);
@@ -204,7 +212,7 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
             netState = AgentState::working;
 
         AgentState state = AgentState::idle;
-        if (tree.size() > 1 && busyDescendant) state = AgentState::working;
+        if (tree.size() > 1 && busyChild) state = AgentState::working;
         else state = quiet ? netState : AgentState(AgentState::working);
 
         if (root.kind.isLocalModel() && table.gpu && *table.gpu >= kGpuBusyPercent)

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ struct ScanMemory {
         bool operator==(const Activity&) const = default;
     };
     std::map<std::string, Activity> sessionActivity;
+    // Roots a hook session stood for. Once it ends, the agent reports its next turn through
+    // its hooks again, so until then the root is idle, not measured: a UI redrawing its
+    // terminal after /clear is no work.
+    std::set<std::int32_t> hookedRoots;
     bool operator==(const ScanMemory&) const = default;
 };
 

@@ -237,6 +237,22 @@ TEST(ScanShapes, AWorkingSessionWithNoSignOfWorkForTenMinutesIsIdle) {
     EXPECT_EQ(stateAfter({shell, proc(10, 1, 4.0, "/bin/claude")}, 500), AgentState::working) << "CPU";
 }
 
+TEST(ScanShapes, ARootWhoseSessionEndedStaysIdleUntilItReportsAgain) {
+    // Codex after /clear: the old session's SessionEnd removes its record a minute later and
+    // the new one starts with the next prompt; meanwhile the UI redraws its terminal.
+    const auto ui = [](std::int64_t bytes, double cpu) { return proc(21, 1, cpu, "/x/codex", "/x/codex", bytes); };
+    const auto daemon = named(22, 1, 0, "/x/codex", "codex", "/x/codex app-server --managed-daemon");
+    const auto hooked = classify(table({shell, ui(1000, 0), daemon}), {session(AgentKind::codex, 22, AgentState::idle, "codex-a")}, {}, t0);
+    auto r = classify(table({shell, ui(9000, 4.0), daemon}), {}, hooked.memory, addSeconds(t0, 5));
+    EXPECT_EQ(row(r.snapshot, AgentKind::codex)->state, AgentState::idle) << "the redraw is no work";
+    r = classify(table({shell, ui(9000, 0), daemon, named(23, 21, 40, "/usr/bin/cargo", "cargo", "cargo build")}), {},
+                 r.memory, addSeconds(t0, 10));
+    EXPECT_EQ(row(r.snapshot, AgentKind::codex)->state, AgentState::working) << "a busy command it left running";
+    // A UI never seen with a session is measured as before.
+    r = classify(table({shell, ui(1000, 4.0), daemon}), {}, {}, t0);
+    EXPECT_EQ(row(r.snapshot, AgentKind::codex)->state, AgentState::working);
+}
+
 TEST(ScanShapes, ADaemonsSessionLivesOnlyWhileAnAgentOfItsKindRuns) {
     const auto daemon = named(22, 1, 0, "/x/codex", "codex", "/x/codex app-server --managed-daemon");
     const auto ui = named(30, 1, 0, "/x/codex", "codex", "/x/codex");
