@@ -30,6 +30,7 @@
 #include "scaled_clock.h"
 #include "state_line.h"
 #include "terminal_session.h"
+#include "tray_icon.h"
 
 namespace {
 
@@ -203,6 +204,10 @@ int main(int argc, char** argv) {
             changeLog = std::make_unique<ChangeLog>(dispatcher, controller);
             if (firstLaunch) logLine(welcomeText());
         }
+
+        // The desktop's tray, when there is a session bus (it logs why when there is none).
+        const auto tray = TrayIcon::start(dispatcher.context(), controller,
+                                          {shutdown, dashboard ? nullptr : logLine});
 
         // Readers of status.json see this instance at once, not five ticks later.
         controller.writeStatusFile();
