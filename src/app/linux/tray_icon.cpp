@@ -333,14 +333,14 @@ void TrayIcon::Impl::arm() {
     if (events < 0) return lost(events);
     if ((events & POLLIN) && !reading) {
         reading = true;
-        descriptor.async_wait(asio::posix::descriptor_base::wait_read, [self = shared_from_this()](std::error_code ec) {
+        descriptor.async_wait(asio::posix::descriptor_base::wait_read, [self = shared_from_this()](auto ec) {
             self->reading = false;
             if (!ec) self->pump();
         });
     }
     if ((events & POLLOUT) && !writing) {
         writing = true;
-        descriptor.async_wait(asio::posix::descriptor_base::wait_write, [self = shared_from_this()](std::error_code ec) {
+        descriptor.async_wait(asio::posix::descriptor_base::wait_write, [self = shared_from_this()](auto ec) {
             self->writing = false;
             if (!ec) self->pump();
         });
@@ -540,9 +540,10 @@ int TrayIcon::Impl::getProperty(sd_bus_message* m, void* userdata, sd_bus_error*
     const TrayMenuEntry* entry = self.menu.find(id);
     if (!entry) return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS, "no such menu item");
     const std::string p = name;
-    if (p == "label" && entry->type == TrayMenuEntry::Type::standard) return sd_bus_reply_method_return(m, "v", "s", entry->label.c_str());
+    const bool separator = entry->type == TrayMenuEntry::Type::separator;
+    if (p == "label" && !separator) return sd_bus_reply_method_return(m, "v", "s", entry->label.c_str());
     if (p == "enabled") return sd_bus_reply_method_return(m, "v", "b", static_cast<int>(entry->enabled));
-    if (p == "type" && entry->type == TrayMenuEntry::Type::separator) return sd_bus_reply_method_return(m, "v", "s", "separator");
+    if (p == "type" && separator) return sd_bus_reply_method_return(m, "v", "s", "separator");
     return sd_bus_error_set(error, SD_BUS_ERROR_INVALID_ARGS, "no such property");
 }
 
