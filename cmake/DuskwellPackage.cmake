@@ -40,4 +40,11 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_SOURCE_DIR}/packaging/debian/postinst ${CMAKE_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
+# The release tarball the Homebrew formula builds from:
+#   cpack --config build/CPackSourceConfig.cmake  ->  duskwell-<version>.tar.gz
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SOURCE_PACKAGE_FILE_NAME duskwell-${PROJECT_VERSION})
+set(CPACK_SOURCE_IGNORE_FILES "/\\.git/" "/\\.git$" "/\\.cache/" "/build/" "/build-[^/]*/" "/Testing/"
+  "/_CPack_Packages/" "\\.deb$" "\\.tar\\.gz$")
+
 include(CPack)
