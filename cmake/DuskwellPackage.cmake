@@ -44,7 +44,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 #   cpack --config build/CPackSourceConfig.cmake  ->  duskwell-<version>.tar.gz
 set(CPACK_SOURCE_GENERATOR TGZ)
 set(CPACK_SOURCE_PACKAGE_FILE_NAME duskwell-${PROJECT_VERSION})
-set(CPACK_SOURCE_IGNORE_FILES "/\\.git/" "/\\.git$" "/\\.cache/" "/build/" "/build-[^/]*/" "/Testing/"
-  "/_CPack_Packages/" "\\.deb$" "\\.tar\\.gz$")
+set(CPACK_SOURCE_IGNORE_FILES "/\\\\.git/" "/\\\\.git$" "/\\\\.cache/" "/build/" "/build-[^/]*/" "/Testing/"
+  "/_CPack_Packages/" "\\\\.deb$" "\\\\.tar\\\\.gz$")
 
 include(CPack)
