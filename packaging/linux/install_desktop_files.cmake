@@ -40,8 +40,16 @@ if(update_desktop_database)
     message(WARNING "update-desktop-database ${applications} failed (${rc})")
   endif()
 endif()
+# xdg-mime writes the installing user's ~/.config/mimeapps.list; under sudo HOME may still
+# be the caller's, and a root-owned file there would lock them out of their own settings.
 find_program(xdg_mime xdg-mime)
-if(xdg_mime)
+execute_process(COMMAND id -u OUTPUT_VARIABLE uid OUTPUT_STRIP_TRAILING_WHITESPACE)
+execute_process(COMMAND stat -c %u "$ENV{HOME}" OUTPUT_VARIABLE home_uid
+                OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+if(xdg_mime AND NOT uid STREQUAL home_uid)
+  message(STATUS "Not setting the duskwell:// default: $ENV{HOME} is not the installing user's; "
+                 "run `xdg-mime default duskwell-url.desktop x-scheme-handler/duskwell` as yourself")
+elseif(xdg_mime)
   execute_process(COMMAND "${xdg_mime}" default duskwell-url.desktop x-scheme-handler/duskwell
                   RESULT_VARIABLE rc)
   if(rc EQUAL 0)
