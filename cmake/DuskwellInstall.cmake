@@ -60,7 +60,6 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/copyright DESTINATION ${DUSKWELL_DOC
 # real install into this system: no DESTDIR, no package staging) the handler registered.
 install(CODE "
   set(DUSKWELL_SOURCE_DIR \"${CMAKE_SOURCE_DIR}\")
-  set(DUSKWELL_STAGE_DIR \"${CMAKE_BINARY_DIR}/packaging/install\")
   set(DUSKWELL_BINDIR \"${CMAKE_INSTALL_BINDIR}\")
   set(DUSKWELL_APPLICATIONS_DIR \"${CMAKE_INSTALL_DATADIR}/applications\")
   set(DUSKWELL_REGISTER_DESKTOP ${DUSKWELL_REGISTER_DESKTOP})

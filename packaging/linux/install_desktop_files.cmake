@@ -1,6 +1,6 @@
 # Runs inside `cmake --install` (and CPack's install): CMAKE_INSTALL_PREFIX is the prefix in
 # use now, which may differ from the one configured. Set by the caller: DUSKWELL_SOURCE_DIR,
-# DUSKWELL_STAGE_DIR, DUSKWELL_BINDIR, DUSKWELL_APPLICATIONS_DIR, DUSKWELL_REGISTER_DESKTOP.
+# DUSKWELL_BINDIR, DUSKWELL_APPLICATIONS_DIR, DUSKWELL_REGISTER_DESKTOP.
 
 set(bindir "${DUSKWELL_BINDIR}")
 if(NOT IS_ABSOLUTE "${bindir}")
@@ -9,6 +9,14 @@ endif()
 # The path as the installed system sees it: without DESTDIR, which only stages the files.
 set(CMAKE_INSTALL_FULL_BINDIR "${bindir}")
 
+# Written in a private temporary folder, not the build folder: after a `sudo cmake --install`
+# a root-owned file there would stop the next install as a user.
+set(tmp "$ENV{TMPDIR}")
+if(NOT tmp)
+  set(tmp /tmp)
+endif()
+string(RANDOM LENGTH 12 token)
+set(DUSKWELL_STAGE_DIR "${tmp}/duskwell-install-${token}")
 file(MAKE_DIRECTORY "${DUSKWELL_STAGE_DIR}")
 configure_file("${DUSKWELL_SOURCE_DIR}/packaging/linux/duskwelld.service"
                "${DUSKWELL_STAGE_DIR}/duskwelld.service" @ONLY)
@@ -27,6 +35,7 @@ if(NOT IS_ABSOLUTE "${applications}")
 endif()
 file(INSTALL DESTINATION "${applications}" TYPE FILE
      FILES "${DUSKWELL_STAGE_DIR}/duskwell-url.desktop")
+file(REMOVE_RECURSE "${DUSKWELL_STAGE_DIR}")
 
 # A staged install (DESTDIR, a package being built) leaves this system's desktop alone: a
 # package registers the handler in its maintainer scripts.
