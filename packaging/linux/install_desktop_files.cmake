@@ -15,9 +15,12 @@ set(tmp "$ENV{TMPDIR}")
 if(NOT tmp)
   set(tmp /tmp)
 endif()
-string(RANDOM LENGTH 12 token)
-set(DUSKWELL_STAGE_DIR "${tmp}/duskwell-install-${token}")
-file(MAKE_DIRECTORY "${DUSKWELL_STAGE_DIR}")
+execute_process(COMMAND mktemp -d "${tmp}/duskwell-install.XXXXXX"
+                OUTPUT_VARIABLE DUSKWELL_STAGE_DIR OUTPUT_STRIP_TRAILING_WHITESPACE
+                RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR NOT IS_DIRECTORY "${DUSKWELL_STAGE_DIR}")
+  message(FATAL_ERROR "mktemp -d in ${tmp} failed")
+endif()
 configure_file("${DUSKWELL_SOURCE_DIR}/packaging/linux/duskwelld.service"
                "${DUSKWELL_STAGE_DIR}/duskwelld.service" @ONLY)
 # systemd's own folder layout, not the library folder (lib64, lib/<triplet>): user units are
