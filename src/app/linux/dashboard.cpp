@@ -217,11 +217,11 @@ bool terminalIsDumb() {
 std::optional<std::string> noticeInsteadOf(const Action& action) {
     switch (action.kind) {
         case Action::Kind::turnOffDisplay:
-            return T("이 시스템에서는 화면을 끌 수 없어요 — 데스크톱의 전원 설정이나 화면 잠금을 쓰세요",
-                     "The screen can't be turned off from here — use your desktop's power settings or lock the screen");
+            return T("여기서는 화면을 끌 수 없어요 — 데스크톱의 전원 설정을 쓰세요",
+                     "Screen off isn't available here — use your desktop's power settings");
         case Action::Kind::openNotificationSettings:
-            return T("데스크톱 알림은 데스크톱 설정의 알림 항목에서 켜고 꺼요",
-                     "Desktop notifications are switched on and off in your desktop's settings, under Notifications");
+            return T("데스크톱 알림은 데스크톱 설정의 알림 항목에서 바꿔요",
+                     "Desktop notifications are set in your desktop's settings, under Notifications");
         default:
             return std::nullopt;
     }

@@ -119,12 +119,12 @@ int main(int argc, char** argv) {
     // A peer that hangs up on the control socket must not kill us.
     std::signal(SIGPIPE, SIG_IGN);
 
+    AsioDispatcher dispatcher;
+    RealServices real(dispatcher);
+
     const bool onTerminal = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
     // `duskwell dashboard`: only ever the running service's face.
     if (options.attach) return runAttachedDashboard();
-
-    AsioDispatcher dispatcher;
-    RealServices real(dispatcher);
 
     // Test-only: a faster wall clock (see docs/ARCHITECTURE.md, test-only overrides).
     std::optional<ScaledClock> scaledClock;
