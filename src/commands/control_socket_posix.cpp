@@ -244,14 +244,19 @@ void ControlServer::Impl::feedWatchers() {
     const auto now = std::chrono::steady_clock::now();
     for (auto& c : clients) {
         if (!c.watching || !c.fd.valid()) continue;
-        if (c.out.empty() && c.sent < gen) {
-            c.out = line + "\n";
-            c.sent = gen;
+        // Until the socket is full or the watcher has the newest line: a line finished now
+        // may already be stale, and no later wake-up would say so.
+        while (c.fd.valid() && (!c.out.empty() || c.sent < gen)) {
+            if (c.out.empty()) {
+                c.out = line + "\n";
+                c.sent = gen;
+            }
+            const std::size_t before = c.out.size();
+            if (!sendSome(c.fd.get(), c.out)) c.fd.reset();
+            else if (c.out.size() < before) c.deadline = now + kWatcherStall;
+            else if (now >= c.deadline) c.fd.reset();  // took nothing for too long
+            if (!c.out.empty()) break;
         }
-        const std::size_t before = c.out.size();
-        if (!sendSome(c.fd.get(), c.out)) c.fd.reset();
-        else if (c.out.empty() || c.out.size() < before) c.deadline = now + kWatcherStall;
-        else if (now >= c.deadline) c.fd.reset();  // took nothing for too long
         if (!c.fd.valid()) watcherCount.fetch_sub(1);
     }
 }
