@@ -80,11 +80,10 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsSettingsComeAndGoAndQui
     ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
 
-    // The remaining time counts down, and the status item shows the period's title.
-    std::optional<std::string> first, later;
+    // The clock shows (the attached test below watches it move), and the status item the
+    // period's title.
+    std::optional<std::string> first;
     ASSERT_TRUE(waitFor([&] { return (first = countdown(tmux.screen())).has_value(); }, 5)) << tmux.screen();
-    EXPECT_TRUE(waitFor([&] { later = countdown(tmux.screen()); return later && *later != *first; }, 5))
-        << *first << " never changed";
     EXPECT_THAT(*first, ::testing::MatchesRegex("(29|30):[0-9][0-9]"));
     EXPECT_THAT(titleBar(tmux.screen()), HasSubstr("⚡ 30m"));
 
