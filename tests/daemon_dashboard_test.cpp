@@ -196,6 +196,13 @@ TEST(DaemonDashboard, DumbTerminalsGetLinesAndNoServiceMeansNoAttach) {
     EXPECT_THAT(tmux.screen(), HasSubstr("not running"));
     tmux.tmux({"kill-server"});
 
+    // The service itself on a dumb terminal: its log lines, no dashboard.
+    ASSERT_TRUE(tmux.start("TERM=dumb " + binary("duskwelld"), 100, 20));
+    ASSERT_TRUE(tmux.waitForText("mode auto · idle", 10)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), Not(HasSubstr("q quit")));
+    tmux.keys("C-c");
+    ASSERT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+
     auto service = home.startDaemon();
     ASSERT_TRUE(tmux.start("TERM=dumb " + binary("duskwelld"), 100, 20));
     ASSERT_TRUE(tmux.waitForText("Idle · Everything is quiet", 10)) << tmux.screen();

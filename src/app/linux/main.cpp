@@ -222,6 +222,7 @@ int main(int argc, char** argv) {
                                                       shutdown);
             }
         }
+        views.setLocalFace(view != nullptr);
         if (!view) {
             changeLog = std::make_unique<ChangeLog>(dispatcher, controller);
             if (firstLaunch) logLine(logWelcomeText());

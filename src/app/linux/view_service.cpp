@@ -31,6 +31,7 @@ struct ViewService::Impl : std::enable_shared_from_this<Impl> {
     bool pending = false;
     bool watched = false;  // the controller was told someone looks
     bool ticking = false;
+    bool localFace = false;
 
     void start() {
         std::weak_ptr<Impl> weak = weak_from_this();
@@ -56,10 +57,11 @@ struct ViewService::Impl : std::enable_shared_from_this<Impl> {
         server->publish(std::move(line));
     }
 
+    // While a dashboard in this process is open the popover counts as open anyway.
     void setWatched(bool on) {
         if (on == watched) return;
         watched = on;
-        perform(controller, Action::make(on ? Action::Kind::popoverOpened : Action::Kind::popoverClosed));
+        if (!localFace) controller.setPopoverVisible(on);
     }
 
     // Once a second while anyone watches: the clocks move. Stops when the last one leaves.
@@ -88,6 +90,12 @@ struct ViewService::Impl : std::enable_shared_from_this<Impl> {
             case Action::Kind::popoverClosed:
             case Action::Kind::shutdown:
                 return {ReplyKind::error, "not an action for a client"};  // the service's own
+            case Action::Kind::openSettings:
+            case Action::Kind::back:
+                // Each dashboard has its own page: the service's stays where a dashboard in
+                // its own terminal left it; the settings page's states are read afresh.
+                if (action->kind == Action::Kind::openSettings) controller.refreshPermissions();
+                return {ReplyKind::ok, {}};
             default:
                 break;
         }
@@ -110,6 +118,11 @@ ViewService::~ViewService() {
 }
 
 void ViewService::setServer(ControlServer* server) { impl_->server = server; }
+
+void ViewService::setLocalFace(bool shown) {
+    impl_->localFace = shown;
+    if (!shown && impl_->watched) impl_->controller.setPopoverVisible(true);
+}
 
 std::optional<Reply> ViewService::answer(const std::string& request) {
     if (request == ViewProtocol::watch) {

@@ -29,6 +29,8 @@ public:
 
     // Where the lines go; null while there is no control socket. Outlives no server.
     void setServer(ControlServer* server);
+    // A dashboard in this process's own terminal is open (it handles the popover state).
+    void setLocalFace(bool shown);
     // The reply to a streaming or action request; nothing for every other request.
     std::optional<ControlProtocol::Reply> answer(const std::string& request);
 
