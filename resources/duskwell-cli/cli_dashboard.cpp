@@ -32,6 +32,10 @@ std::string daemonProgram() {
 
 int dashboard(const std::vector<std::string>& args) {
     if (!args.empty()) return fail(usage, "dashboard takes no arguments");
+#ifdef __APPLE__
+    // The Mac's dashboard is the menu-bar item's popover.
+    return fail(refused, "on macOS the dashboard is Duskwell's menu-bar item");
+#endif
     if (!::isatty(STDIN_FILENO) || !::isatty(STDOUT_FILENO))
         return fail(usage, "the dashboard needs a terminal (use `duskwell status` in scripts)");
     const std::string program = daemonProgram();
