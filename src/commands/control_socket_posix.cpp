@@ -250,6 +250,7 @@ void ControlServer::Impl::feedWatchers() {
             if (c.out.empty()) {
                 c.out = line + "\n";
                 c.sent = gen;
+                c.deadline = now + kWatcherStall;  // the stall is counted from having something
             }
             const std::size_t before = c.out.size();
             if (!sendSome(c.fd.get(), c.out)) c.fd.reset();
