@@ -241,7 +241,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 }
 
 // Every way out except a crash comes here once: quit (through termination), power-off and
-// the signals.
+// the signals. The shutdown action also leaves status.json saying inactive, freshly dated.
 - (void)finalStop {
     if (_stopped) return;
     _stopped = YES;
