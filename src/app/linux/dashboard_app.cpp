@@ -14,6 +14,8 @@
 #include "core/awake_controller.h"
 #include "core/observable.h"
 #include "dashboard.h"
+#include "phone/ntfy_access.h"
+#include "phone_server_prompt.h"
 
 namespace duskwell {
 
@@ -32,6 +34,8 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
     Subscription subscription;
     std::string lastFrame;
     int scroll = 0;
+    bool codePage = false;                    // the QR code on its own screen
+    std::optional<PhoneServerPrompt> prompt;  // the ntfy server being entered
     bool pending = false;
     bool closed = false;
     char buf[64] = {};
@@ -62,7 +66,7 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
         if (closed || !terminal) return;
         if (screenShown() != Screen::main) welcome.reset();  // seen the settings once: enough
         const auto [w, h] = terminal->size();
-        const DashboardView view = makeDashboardView(controller, welcome, true);
+        const DashboardView view = currentView();
         std::string frame;
         for (const auto& line : renderDashboard(view, w, h, scroll)) {
             if (!frame.empty()) frame += "\n";
@@ -74,6 +78,29 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
     }
 
     Screen screenShown() const { return controller.screen(); }
+
+    DashboardView currentView() {
+        DashboardView view = makeDashboardView(controller, welcome, true);
+        if (codePage) showCodePage(view);
+        codePage = view.codePage;  // the code went away (alerts switched off): back to the page
+        if (prompt) view.prompt = prompt->line();
+        return view;
+    }
+
+    // Keys go to the entry line while it is open.
+    void feedPrompt(const Key& key) {
+        switch (prompt->feed(key)) {
+            case PhoneServerPrompt::Result::editing:
+                return;
+            case PhoneServerPrompt::Result::cancelled:
+                break;
+            case PhoneServerPrompt::Result::done:
+                controller.setPhoneServer(prompt->server());
+                if (const auto& token = prompt->tokenChange()) controller.setPhoneToken(*token);
+                break;
+        }
+        prompt.reset();
+    }
 
     void tickClock() {
         clock.expires_after(std::chrono::seconds(1));
@@ -105,7 +132,12 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
 
     // False when the dashboard is finished.
     bool handle(const Key& key) {
-        const DashboardView view = makeDashboardView(controller, welcome, true);
+        if (prompt) {
+            feedPrompt(key);
+            redraw();
+            return true;
+        }
+        const DashboardView view = currentView();
         const auto command = commandForKey(view.bindings, key);
         if (!command) return true;
         switch (command->kind) {
@@ -118,12 +150,20 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
             case DashboardCommand::Kind::scrollUp:
                 --scroll;
                 break;
+            case DashboardCommand::Kind::showCode:
+                codePage = true;
+                break;
+            case DashboardCommand::Kind::hideCode:
+                codePage = false;
+                break;
             case DashboardCommand::Kind::perform: {
                 const ActionOutcome outcome = perform(controller, *command->action);
                 if (outcome.terminate) {
                     if (onQuit) onQuit();
                     return false;
                 }
+                if (outcome.askPhoneServer)
+                    prompt.emplace(controller.phone().serverURL(), NtfyAccess::publicServer());
                 break;
             }
         }
