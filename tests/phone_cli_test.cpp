@@ -133,7 +133,9 @@ TEST_F(PhoneCLI, ServerAndTokenOptionsStoreTheSettingsAndNeverPrintTheToken) {
         const auto stored = nlohmann::json::parse(readFile(settingsPath()).value_or("{}"));
         EXPECT_EQ(stored.value("phone.server", ""), step.expectedServer);
         EXPECT_EQ(stored.contains("phone.token"), step.tokenStored);
-        if (step.tokenStored) EXPECT_EQ(stored.value("phone.token", ""), token);
+        if (step.tokenStored) {
+            EXPECT_EQ(stored.value("phone.token", ""), token);
+        }
     }
 }
 

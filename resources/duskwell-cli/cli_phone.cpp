@@ -123,7 +123,9 @@ int runPhone(const std::vector<std::string>& args) {
     // piped output stays plain.
     const QrStyle style = ::isatty(STDOUT_FILENO) ? QrStyle::ansi : QrStyle::plain;
     const auto report = phoneLinkReport(*services().settings, format, [style](const std::string& link) {
-        return drawQrForTerminal(link, style, terminalRows());
+        // A terminal too short for any code still gets the whole one, to enlarge the window for.
+        if (auto fitted = drawQrForTerminal(link, style, terminalRows())) return fitted;
+        return drawQrForTerminal(link, style, std::nullopt);
     });
     if (!report) {
         return fail(refused, T("휴대폰 연결 정보가 아직 없어요. Duskwell을 한 번 실행하세요.",

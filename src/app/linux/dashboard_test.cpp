@@ -260,7 +260,9 @@ TEST(PhoneServerPrompt, TakesTheServerThenTheTokenAndNeverShowsTheToken) {
         }
         EXPECT_EQ(result, k.result);
         EXPECT_EQ(shown.find("tk_abc"), std::string::npos) << shown;
-        if (result == R::editing) EXPECT_NE(prompt.line().find("https://host[:port]"), std::string::npos);
+        if (result == R::editing) {
+            EXPECT_NE(prompt.line().find("https://host[:port]"), std::string::npos);
+        }
         if (result != R::done) continue;
         EXPECT_EQ(prompt.server(), k.server);
         EXPECT_EQ(prompt.tokenChange(), k.token);
