@@ -123,9 +123,16 @@ int runPhone(const std::vector<std::string>& args) {
     // piped output stays plain.
     const QrStyle style = ::isatty(STDOUT_FILENO) ? QrStyle::ansi : QrStyle::plain;
     const auto report = phoneLinkReport(*services().settings, format, [style](const std::string& link) {
-        // A terminal too short for any code still gets the whole one, to enlarge the window for.
-        if (auto fitted = drawQrForTerminal(link, style, terminalRows())) return fitted;
-        return drawQrForTerminal(link, style, std::nullopt);
+        const auto rows = terminalRows();
+        if (auto fitted = drawQrForTerminal(link, style, rows)) return fitted;
+        // Too short for any code: the smallest one, and how tall the window must be.
+        auto code = makeQrCode(link, QrLevel::low);
+        if (!code) return std::optional<std::string>();
+        const QrFit smallest{QrLevel::low, 1, *code};
+        return std::optional<std::string>(
+            T("(QR 코드 전체를 보려면 창 높이가 ", "(For the whole QR code the window needs ") +
+            std::to_string(smallest.rows() + 1) + T("줄 이상이어야 해요.)", " lines or more.)") + "\n" +
+            renderQrForTerminal(smallest.code, style, smallest.quietZone));
     });
     if (!report) {
         return fail(refused, T("휴대폰 연결 정보가 아직 없어요. Duskwell을 한 번 실행하세요.",
