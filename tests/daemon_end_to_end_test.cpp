@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <ctime>
+
 #include "daemon_fixture.h"
 #include "ntfy_test_server.h"
 
@@ -183,26 +186,98 @@ TEST(DaemonEndToEnd, UnderSystemdACrashedServiceIsRestoredByExecStopPost) {
     run({"/usr/bin/systemctl", "--user", "reset-failed", unit}, home.bin());
 }
 
-TEST(DaemonEndToEnd, SigtermDuringAPeriodRestoresAndExitsZero) {
-    DaemonHome home;
-    auto daemon = home.startDaemon();
-    ASSERT_TRUE(daemon->running());
-    const RunResult start = home.cli({"start", "--mode", "timer", "--minutes", "45"});
-    ASSERT_EQ(start.status, 0) << start.output;
-    ASSERT_EQ(home.count("lid-on"), 1);
+// SIGTERM (systemd's stop), SIGINT (Ctrl-C in log mode) and SIGHUP (the terminal closing)
+// all end in the same orderly exit: status 0, the power settings given back, and a status
+// file that says inactive and was written at the exit, not left saying "active".
+TEST(DaemonEndToEnd, ExitSignalsDuringAPeriodRestoreAndLeaveAnInactiveFreshStatusFile) {
+    std::vector<std::unique_ptr<DaemonHome>> homes;
+    for (const int sig : {SIGTERM, SIGINT, SIGHUP}) {
+        SCOPED_TRACE(strsignal(sig));
+        auto& home = *homes.emplace_back(std::make_unique<DaemonHome>());
+        auto daemon = home.startDaemon();
+        ASSERT_TRUE(daemon->running());
+        const RunResult start = home.cli({"start", "--mode", "timer", "--minutes", "45"});
+        ASSERT_EQ(start.status, 0) << start.output;
+        ASSERT_EQ(home.count("lid-on"), 1);
+        ASSERT_EQ(describeStatus(home.status()), "active timer");
 
-    EXPECT_EQ(daemon->terminate(), 0) << "duskwelld did not exit by itself on SIGTERM";
-    const auto verbs = home.helperVerbs();
-    ASSERT_FALSE(verbs.empty());
-    EXPECT_EQ(home.count("lid-off"), 1);
-    EXPECT_EQ(std::find(verbs.begin(), verbs.end(), "lid-on") < std::find(verbs.begin(), verbs.end(), "lid-off"), true);
-    const auto settings = home.settings();
-    ASSERT_TRUE(settings);
-    EXPECT_FALSE(settings->value("restore.lid", false));  // nothing left for a recovery
-    EXPECT_TRUE(settings->value("didOnboard", false));    // the first launch was noted
+        // The file's time has whole seconds: compare with the second the signal went.
+        const auto before = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+        daemon->signal(sig);
+        const auto st = daemon->wait(10);
+        ASSERT_TRUE(st && WIFEXITED(*st)) << "duskwelld did not exit by itself";
+        EXPECT_EQ(WEXITSTATUS(*st), 0);
+
+        const auto verbs = home.helperVerbs();
+        ASSERT_FALSE(verbs.empty());
+        EXPECT_EQ(home.count("lid-off"), 1);
+        EXPECT_LT(std::find(verbs.begin(), verbs.end(), "lid-on"), std::find(verbs.begin(), verbs.end(), "lid-off"));
+        const auto settings = home.settings();
+        ASSERT_TRUE(settings);
+        EXPECT_FALSE(settings->value("restore.lid", false));  // nothing left for a recovery
+        EXPECT_TRUE(settings->value("didOnboard", false));    // the first launch was noted
+
+        const auto status = home.status();
+        ASSERT_TRUE(status);
+        EXPECT_EQ(describeStatus(status), "idle") << status->dump();
+        EXPECT_FALSE(status->contains("endsAt"));
+        const std::string written = status->value("written", std::string());
+        std::tm tm{};
+        ASSERT_NE(strptime(written.c_str(), "%Y-%m-%dT%H:%M:%SZ", &tm), nullptr) << written;
+        const auto at = std::chrono::system_clock::from_time_t(timegm(&tm));
+        EXPECT_GE(at, before) << written << " is older than the signal";
+        EXPECT_LE(at, std::chrono::system_clock::now()) << written;
+    }
     // No watchdog left behind to restore again later.
     std::this_thread::sleep_for(std::chrono::milliseconds(3500));
-    EXPECT_EQ(home.count("lid-off"), 1);
+    for (const auto& home : homes) EXPECT_EQ(home->count("lid-off"), 1);
+    // Newest first: each home puts back the environment the one before it set.
+    while (!homes.empty()) homes.pop_back();
+}
+
+// A self-hosted server that needs a token, set through the terminal command while the
+// daemon runs: the alerts reach it with the token, and the token shows nowhere a user or
+// another program could read it.
+TEST(DaemonEndToEnd, ASelfHostedServerWithATokenIsSetLiveAndTheTokenStaysHidden) {
+    const std::string token = "tk_Zr8wQm4Xc2Vb7Nn5Ls3Kd9Hf6Gj1P";
+    testing::NtfyTestServer ntfy;
+    ntfy.requireToken(token);
+    DaemonHome home;  // the public server stands at a closed port
+    home.writeSettings({{"phone.enabled", true}});
+    auto daemon = home.startDaemon();
+    ASSERT_TRUE(daemon->running());
+
+    const RunResult bad = home.cli({"phone", "--server", "https://ntfy.example.com/x"});
+    EXPECT_EQ(bad.status, 2) << bad.output;
+    const RunResult set = home.cli({"phone", "--server", ntfy.url(), "--token", token});
+    ASSERT_EQ(set.status, 0) << set.output << set.errors;
+    const RunResult start = home.cli({"start", "--mode", "timer", "--minutes", "30"});
+    ASSERT_EQ(start.status, 0) << start.output;
+    ASSERT_TRUE(waitFor([&] { return hasAlert(ntfy, "keeps running"); }, 10)) << "the alert went elsewhere";
+    for (const auto& r : ntfy.requests()) EXPECT_EQ(r.authorization, "Bearer " + token) << r.target;
+
+    const RunResult link = home.cli({"phone"});
+    EXPECT_NE(link.output.find("@" + ntfy.url() + "\n"), std::string::npos) << link.output;
+    const RunResult json = home.cli({"phone", "--json"});
+    const auto parsed = nlohmann::json::parse(json.output, nullptr, false);
+    ASSERT_TRUE(parsed.is_object()) << json.output;
+    EXPECT_EQ(parsed.value("server", ""), ntfy.url());
+    EXPECT_TRUE(parsed.value("tokenSet", false));
+    const RunResult status = home.cli({"status", "--json"});
+    EXPECT_EQ(daemon->terminate(), 0);
+
+    const std::pair<std::string, std::string> readable[] = {
+        {"duskwell phone", link.output + link.errors},
+        {"duskwell phone --json", json.output + json.errors},
+        {"duskwell status --json", status.output + status.errors},
+        {"duskwell phone --server", set.output + set.errors},
+        {"status.json", testing::readFile(home.support() + "/status.json").value_or("")},
+        {"the daemon's log", testing::readFile(home.daemonLog()).value_or("")},
+    };
+    for (const auto& [where, text] : readable) {
+        EXPECT_FALSE(text.empty()) << where;
+        EXPECT_EQ(text.find(token), std::string::npos) << "the token shows in " << where << ":\n" << text;
+    }
 }
 
 TEST(DaemonEndToEnd, OnlyOneDaemonPerUser) {

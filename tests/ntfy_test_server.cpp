@@ -33,6 +33,7 @@ bool validTopic(const std::string& topic) {
 std::string reason(int status) {
     switch (status) {
         case 200: return "OK";
+        case 401: return "Unauthorized";
         case 400: return "Bad Request";
         case 404: return "Not Found";
         case 429: return "Too Many Requests";
@@ -149,6 +150,11 @@ std::vector<json> NtfyTestServer::messages(const std::string& topic) const {
     return out;
 }
 
+void NtfyTestServer::requireToken(std::optional<std::string> token) {
+    std::lock_guard lock(mutex_);
+    requiredToken_ = std::move(token);
+}
+
 std::vector<NtfyTestServer::Request> NtfyTestServer::requests() const {
     std::lock_guard lock(mutex_);
     return requests_;
@@ -240,6 +246,10 @@ void NtfyTestServer::serve(int fd) {
         std::string line = head.substr(pos + 2, (next == std::string::npos ? head.size() : next) - pos - 2);
         for (std::size_t i = 0; i < line.size() && line[i] != ':'; ++i) line[i] = static_cast<char>(std::tolower(line[i]));
         if (line.rfind("content-length:", 0) == 0) contentLength = std::stoul(line.substr(15));
+        if (line.rfind("authorization:", 0) == 0) {
+            const std::size_t value = line.find_first_not_of(' ', 14);
+            request.authorization = value == std::string::npos ? "" : line.substr(value);
+        }
         pos = next;
     }
     if (contentLength > kMaxBody) return;
@@ -261,6 +271,9 @@ void NtfyTestServer::serve(int fd) {
         if (forcedStatus_) {
             reply.status = *forcedStatus_;
             reply.body = errorBody(reply.status, reply.status * 100 + 1, "forced by the test");
+        } else if (requiredToken_ && request.authorization != "Bearer " + *requiredToken_) {
+            reply.status = 401;
+            reply.body = errorBody(401, 40101, "unauthorized");
         } else {
             reply = answer(request);
         }

@@ -22,6 +22,7 @@ public:
         std::string method;
         std::string target;  // path and query, as sent
         std::string body;
+        std::optional<std::string> authorization;  // the Authorization header, as sent
     };
 
     static constexpr int maxConnections = 32;
@@ -42,6 +43,9 @@ public:
     // Polls answer every message of the topic whatever "since" says (a server whose cache
     // cursor was lost).
     void setIgnoreSince(bool ignore);
+    // With a token, every request must carry "Authorization: Bearer <token>"; others are
+    // answered 401 as ntfy does for a server without anonymous access. Nothing: open.
+    void requireToken(std::optional<std::string> token);
 
     // Stores a message as if published; `time` defaults to now. Answers the new id.
     std::string publish(const std::string& topic, const std::string& message,
@@ -77,6 +81,7 @@ private:
     bool stalled_ = false;
     bool ignoreSince_ = false;
     std::optional<int> forcedStatus_;
+    std::optional<std::string> requiredToken_;
     int openConnections_ = 0;
     std::vector<Request> requests_;
     std::vector<nlohmann::json> messages_;  // every topic, in publication order

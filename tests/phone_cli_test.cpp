@@ -20,8 +20,11 @@ struct CliRun {
     std::string output;  // stdout and stderr together
 };
 
-CliRun runCLI(const std::string& home, const std::string& args) {
-    const std::string line = "HOME='" + home + "' LANG=C LC_ALL= LANGUAGE= '" DUSKWELL_BIN_DIR "/duskwell-cli' " + args + " 2>&1";
+// `input`, when given, is the command's standard input.
+CliRun runCLI(const std::string& home, const std::string& args, const std::string& input = "") {
+    const std::string feed = input.empty() ? "" : "printf '%s\\n' '" + input + "' | ";
+    const std::string line =
+        feed + "HOME='" + home + "' LANG=C LC_ALL= LANGUAGE= '" DUSKWELL_BIN_DIR "/duskwell-cli' " + args + " 2>&1";
     CliRun run;
     FILE* pipe = ::popen(line.c_str(), "r");
     if (!pipe) return run;
@@ -68,7 +71,11 @@ TEST_F(PhoneCLI, JsonPrintsTheLinkAndTopicsOnly) {
     const CliRun run = runCLI(env.home.path(), "phone --json");
     ASSERT_EQ(run.status, 0) << run.output;
     const auto json = nlohmann::json::parse(run.output);
-    EXPECT_EQ(json, (nlohmann::json{{"subscribeURL", link}, {"topic", topic}, {"controlTopic", control}}));
+    EXPECT_EQ(json, (nlohmann::json{{"subscribeURL", link},
+                                     {"topic", topic},
+                                     {"controlTopic", control},
+                                     {"server", "https://ntfy.sh"},
+                                     {"tokenSet", false}}));
     EXPECT_EQ(runCLI(env.home.path(), "phone --qr").status, 2) << "an unknown option is a usage error";
 }
 
@@ -86,6 +93,50 @@ TEST_F(PhoneCLI, TextPrintsLinkTopicAndAPlainCodeWhenPiped) {
     // The secret appears once: at the end of the link.
     EXPECT_EQ(run.output.find(secret), run.output.find(link) + link.size() - secret.size());
     EXPECT_EQ(run.output.find(secret, run.output.find(secret) + 1), std::string::npos);
+}
+
+// Without a running app the options write the settings file; what is printed afterwards
+// names the server and says whether a token is set, never the token itself.
+TEST_F(PhoneCLI, ServerAndTokenOptionsStoreTheSettingsAndNeverPrintTheToken) {
+    launchAppOnce(true);
+    const std::string token = "tk_7sHq2RkLw9ZpXc4VbN8mT3yJd6Ge1";
+    const std::string server = "https://ntfy.example.com:8443";
+    struct Step {
+        std::string args;
+        std::string input;  // standard input
+        int status;
+        std::string expectedServer;  // in the settings afterwards ("" absent)
+        bool tokenStored;
+        std::string outputHas;
+    };
+    const Step steps[] = {
+        {"phone --server HTTPS://ntfy.example.com:8443/ --token " + token, "", 0, server, true,
+         "Phone alerts server: " + server + " (with an access token)"},
+        {"phone", "", 0, server, true, "@" + server + "\n\nAlert topic: " + topic + "\nntfy server: " + server +
+                                          " (with an access token)\n"},
+        {"phone --json", "", 0, server, true, "\"tokenSet\": true"},
+        {"phone --no-token --json", "", 0, server, false, "\"tokenSet\": false"},
+        {"phone --token -", token, 0, server, true, "(with an access token)"},
+        {"phone --server ftp://ntfy.example.com", "", 2, server, true, "not an ntfy server address"},
+        {"phone --server https://ntfy.example.com/alerts", "", 2, server, true, "not an ntfy server address"},
+        {"phone --server https://user@ntfy.example.com", "", 2, server, true, "not an ntfy server address"},
+        {"phone --token 'tk_with blank'", "", 2, server, true, "printable characters without blanks"},
+        {"phone --public-server", "", 0, "", true, "Phone alerts server: https://ntfy.sh (with an access token)"},
+        {"phone --json", "", 0, "", true, "\"subscribeURL\": \"" + link + "\""},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.args);
+        const CliRun run = runCLI(env.home.path(), step.args, step.input);
+        EXPECT_EQ(run.status, step.status) << run.output;
+        EXPECT_NE(run.output.find(step.outputHas), std::string::npos) << run.output;
+        EXPECT_EQ(run.output.find("tk_"), std::string::npos) << run.output;
+        const auto stored = nlohmann::json::parse(readFile(settingsPath()).value_or("{}"));
+        EXPECT_EQ(stored.value("phone.server", ""), step.expectedServer);
+        EXPECT_EQ(stored.contains("phone.token"), step.tokenStored);
+        if (step.tokenStored) {
+            EXPECT_EQ(stored.value("phone.token", ""), token);
+        }
+    }
 }
 
 }  // namespace

@@ -38,6 +38,52 @@ TEST_F(PhoneCommands, CommandsSinceLaunchRunInServerOrderAndTheCursorMovesToTheN
     EXPECT_EQ(Access::lastID(*phone), next);
 }
 
+// A server without anonymous access: the token goes as "Authorization: Bearer" on the
+// publish and on the command poll; without it (or with another) ntfy answers 401, the
+// alert reads "Failed" and no command runs.
+TEST_F(PhoneCommands, TheAccessTokenTravelsAsABearerHeaderOnEveryRequest) {
+    const std::string token = "tk_AgQdq7mVBoFD37zQVN29RhuMzNIz2";
+    struct Case {
+        const char* what;
+        std::optional<std::string> required;  // the server's
+        std::optional<std::string> sent;      // the notifier's
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"token required and set", token, token, true},
+        {"token required, none set", token, std::nullopt, false},
+        {"token required, another set", token, "tk_someoneelse", false},
+        {"open server, token set anyway", std::nullopt, token, true},
+        {"open server, no token", std::nullopt, std::nullopt, true},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.what);
+        server.requireToken(k.required);
+        auto phone = makeNotifier();
+        ASSERT_TRUE(phone->setToken(k.sent));
+        EXPECT_EQ(phone->hasToken(), k.sent.has_value());
+        const std::size_t before = server.requests().size();
+
+        phone->send("Duskwell", "hello", {"tada"});
+        ASSERT_TRUE(mainQueue.runUntil([&] { return phone->lastResult().has_value(); }));
+        EXPECT_EQ(phone->lastResult(), k.accepted ? "Sent" : "Failed");
+
+        executed.clear();
+        server.publish(control(), secret() + " status");
+        pollOnce(*phone, executed);
+        // (An earlier case's command may come again: each case is a fresh launch.)
+        EXPECT_EQ(!executed.empty(), k.accepted);
+
+        const auto requests = server.requests();
+        ASSERT_EQ(requests.size(), before + 2);
+        for (std::size_t i = before; i < requests.size(); ++i) {
+            const auto expected = k.sent ? std::optional<std::string>("Bearer " + *k.sent) : std::nullopt;
+            EXPECT_EQ(requests[i].authorization, expected) << requests[i].method << " " << requests[i].target;
+        }
+    }
+    server.requireToken(std::nullopt);
+}
+
 TEST_F(PhoneCommands, ForgedMessagesAreIgnoredButRememberedSoARepeatedAnswerRunsNothingTwice) {
     auto phone = makeNotifier();
     const std::string s = secret();

@@ -26,6 +26,7 @@ std::string_view actionName(Action::Kind kind) {
         case K::setPhone: return "setPhone";
         case K::phoneTest: return "phoneTest";
         case K::copyLink: return "copyLink";
+        case K::editPhoneServer: return "editPhoneServer";
         case K::setPerformance: return "setPerformance";
         case K::setLaunchAtLogin: return "setLaunchAtLogin";
         case K::setLockOnLidClose: return "setLockOnLidClose";
@@ -57,9 +58,14 @@ ActionOutcome perform(AwakeController& c, const Action& action) {
             c.toggle();
             break;
         case K::stop:
-        case K::shutdown:
-            // A manual stop: no reason, so the Mac is never forced to sleep.
+            // A manual stop: no reason, so the machine is never forced to sleep.
             c.stop(std::nullopt);
+            break;
+        case K::shutdown:
+            c.stop(std::nullopt);
+            // The last word in the status file is "inactive", freshly dated, whatever the
+            // file said before; readers must not believe a quit app still keeps awake.
+            c.writeStatusFile(AwakeController::StatusWrite::always);
             break;
         case K::extend:
             c.extend(action.number);
@@ -106,6 +112,9 @@ ActionOutcome perform(AwakeController& c, const Action& action) {
             break;
         case K::copyLink:
             out.clipboard = c.phone().subscribeURL();
+            break;
+        case K::editPhoneServer:
+            out.askPhoneServer = true;
             break;
         case K::setPerformance:
             c.setPerformance(action.on);

@@ -32,6 +32,7 @@ struct Action {
         setPhone,          // on
         phoneTest,         // a test alert through the phone channel
         copyLink,          // the subscribe address, to the clipboard
+        editPhoneServer,   // settings "Change" beside the ntfy server: the shell asks for it
         // behaviour
         setPerformance,    // on
         setLaunchAtLogin,  // on
@@ -101,6 +102,7 @@ struct ActionOutcome {
     std::optional<std::string> clipboard;  // text to put on the clipboard
     bool showPopover = false;              // open the popover under the status item
     bool terminate = false;                // end the application (its termination runs `shutdown`)
+    bool askPhoneServer = false;           // ask for the ntfy server and token (setPhoneServer/Token)
     bool operator==(const ActionOutcome&) const = default;
 };
 

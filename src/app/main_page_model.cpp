@@ -177,11 +177,7 @@ UntilCardModel makeUntilCard(const AwakeController& c) {
     card.hour = hm.hour;
     card.minute = hm.minute;
     card.time = Calendar::clockTime(c.untilDate());
-#ifdef __APPLE__
-    card.caption = T("그다음 Mac이 잠들어요", "Then your Mac sleeps");
-#else
-    card.caption = T("그다음 컴퓨터가 잠들어요", "Then your computer sleeps");
-#endif
+    card.caption = TM("그다음 {machine:이} 잠들어요", "Then your {machine} sleeps");
     card.apply = button(T("적용", "Apply"), "", Action::make(K::applyUntil), !c.busy(), ButtonStyle::prominent);
     return card;
 }

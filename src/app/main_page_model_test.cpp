@@ -202,11 +202,6 @@ TEST_F(MainPageModel, UntilCardShowsThePickerTimeAndApply) {
         EXPECT_EQ(p.until->hour, 14);
         EXPECT_EQ(p.until->minute, 0);
         EXPECT_EQ(p.until->time, "14:00");
-#ifdef __APPLE__
-        EXPECT_EQ(p.until->caption, pick(ko, "Then your Mac sleeps", "그다음 Mac이 잠들어요"));
-#else
-        EXPECT_EQ(p.until->caption, pick(ko, "Then your computer sleeps", "그다음 컴퓨터가 잠들어요"));
-#endif
         EXPECT_EQ(p.until->apply.title, pick(ko, "Apply", "적용"));
         EXPECT_EQ(p.until->apply.action, Action::make(K::applyUntil));
     });

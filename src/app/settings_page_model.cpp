@@ -10,12 +10,6 @@
 namespace duskwell {
 namespace {
 
-#ifdef __APPLE__
-constexpr bool kMac = true;
-#else
-constexpr bool kMac = false;  // duskwelld: same models, a few words for a Linux desktop
-#endif
-
 using K = Action::Kind;
 
 Button button(std::string title, std::string symbol, Action action, bool enabled = true,
@@ -72,6 +66,10 @@ PhoneSectionModel makePhone(const AwakeController& c) {
     s.lastResult = c.phone().lastResult();
     s.features = {T("완료, 곧 잠자기, 중단", "Done, sleeping soon, stopped"),
                   T("알림에서 1시간 연장 또는 중단", "Extend 1h or stop from the alert")};
+    s.server = InfoRowModel{"server.rack", T("ntfy 서버", "ntfy server"),
+                            c.phone().hasToken() ? T("액세스 토큰 있음", "Access token set")
+                                                 : T("액세스 토큰 없음", "No access token"),
+                            c.phone().serverURL(), button(T("변경", "Change"), "", Action::make(K::editPhoneServer))};
     return s;
 }
 
@@ -79,7 +77,8 @@ BehaviorSectionModel makeBehavior(const AwakeController& c) {
     BehaviorSectionModel s;
     s.title = T("동작", "Behavior");
     s.toggles.push_back(toggle("gauge.with.dots.needle.67percent", T("최대 성능", "Max performance"),
-                               T("실행 중에는 저전력 모드를 꺼요", "Disables Low Power Mode while running"),
+                               TP("실행 중에는 저전력 모드를 꺼요", "Disables Low Power Mode while running",
+                                  "실행 중에는 절전 프로필을 꺼요", "Leaves the power-saver profile while running"),
                                c.maxPerformance(), Action::toggleSwitch(K::setPerformance, !c.maxPerformance())));
     s.toggles.push_back(toggle("lock.fill", T("뚜껑을 닫으면 잠금", "Lock when lid closes"),
                                T("열면 잠금 화면이 보여요", "Shows the lock screen when opened"), c.lockOnLidClose(),
@@ -88,8 +87,8 @@ BehaviorSectionModel makeBehavior(const AwakeController& c) {
                                T("너무 뜨거워지면 멈추고 잠들어요", "Stops and sleeps if it gets too hot"),
                                c.stopOnHeat(), Action::toggleSwitch(K::setStopOnHeat, !c.stopOnHeat())));
     s.toggles.push_back(toggle("power", T("로그인 시 열기", "Open at login"),
-                               kMac ? T("메뉴 막대에서 시작해요", "Starts in the menu bar")
-                                    : T("로그인하면 백그라운드에서 시작해요", "Starts in the background when you log in"),
+                               TP("메뉴 막대에서 시작해요", "Starts in the menu bar", "로그인하면 백그라운드에서 시작해요",
+                                  "Starts in the background when you log in"),
                                c.launchAtLogin(),
                                Action::toggleSwitch(K::setLaunchAtLogin, !c.launchAtLogin())));
     s.batterySymbol = "battery.25";
@@ -110,17 +109,15 @@ BehaviorSectionModel makeBehavior(const AwakeController& c) {
 ShortcutSectionModel makeShortcuts(const AwakeController& c) {
     ShortcutSectionModel s;
     s.title = T("단축키와 자동화", "Shortcuts & automation");
-    s.note = kMac ? T("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — Mac을 깨워 두고 끝나면 재워요.",
-                      "Tell your agent to run `duskwell start` before long tasks — it keeps your Mac awake and "
-                      "sleeps when done.")
-                  : T("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — 컴퓨터를 깨워 두고 끝나면 재워요.",
-                      "Tell your agent to run `duskwell start` before long tasks — it keeps your computer awake "
-                      "and sleeps when done.");
+    s.note = TM("긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — {machine:을} 깨워 두고 끝나면 재워요.",
+                "Tell your agent to run `duskwell start` before long tasks — it keeps your {machine} awake and "
+                "sleeps when done.");
     // duskwelld has no system-wide hot key; its dashboard toggles with the space bar.
-    s.hotKey = kMac ? InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"), T("어디서나 작동", "Works anywhere"),
-                                   "⌥⌘L", std::nullopt}
-                    : InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"),
-                                   T("대시보드에서 작동", "Works in the dashboard"), "space", std::nullopt};
+    const bool mac = Machine::isMac();
+    s.hotKey = mac ? InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"), T("어디서나 작동", "Works anywhere"),
+                                  "⌥⌘L", std::nullopt}
+                   : InfoRowModel{"command", T("토글 단축키", "Toggle shortcut"),
+                                  T("대시보드에서 작동", "Works in the dashboard"), "space", std::nullopt};
     const bool installed = c.cliInstalled();
     s.terminal = {"terminal.fill", T("터미널 명령", "Terminal command"),
                   T("`duskwell start`로 제어", "Control with `duskwell start`"), "duskwell start · stop · status",
@@ -146,9 +143,10 @@ PermissionSectionModel makePermissions(const AwakeController& c) {
     }
     // Permission not asked yet reads as off: nothing will be shown until the user allows it.
     // Linux desktops have no notification settings pane to open: the button stays disabled.
-    s.notifications = {"bell.fill", kMac ? T("Mac 알림", "Mac notifications") : T("데스크톱 알림", "Desktop notifications"),
+    const bool mac = Machine::isMac();
+    s.notifications = {"bell.fill", TP("Mac 알림", "Mac notifications", "데스크톱 알림", "Desktop notifications"),
                        "", c.notificationsAllowed().value_or(false) ? T("허용됨", "Allowed") : T("꺼짐", "Off"),
-                       button(T("열기", "Open"), "", Action::make(K::openNotificationSettings), kMac)};
+                       button(T("열기", "Open"), "", Action::make(K::openNotificationSettings), mac)};
     return s;
 }
 

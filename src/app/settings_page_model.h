@@ -25,6 +25,15 @@ struct IntegrationSectionModel {
     bool operator==(const IntegrationSectionModel&) const = default;
 };
 
+struct InfoRowModel {
+    std::string symbol;
+    std::string title;
+    std::string subtitle;
+    std::string value;             // "⌥⌘L", "Installed", "Allowed"
+    std::optional<Button> button;  // "Install", "Remove", "Open", ...
+    bool operator==(const InfoRowModel&) const = default;
+};
+
 struct PhoneSectionModel {
     ToggleRow toggle;  // "Phone alerts"
     // The rest only while enabled.
@@ -35,6 +44,9 @@ struct PhoneSectionModel {
     std::optional<Button> copy;
     std::optional<std::string> lastResult;
     std::vector<std::string> features;
+    // The ntfy server the alerts go through and whether an access token is set (never the
+    // token), with "Change".
+    std::optional<InfoRowModel> server;
     bool operator==(const PhoneSectionModel&) const = default;
 };
 
@@ -55,15 +67,6 @@ struct BehaviorSectionModel {
     std::vector<PickerOption> batteryOptions;
     int batterySelected = 0;
     bool operator==(const BehaviorSectionModel&) const = default;
-};
-
-struct InfoRowModel {
-    std::string symbol;
-    std::string title;
-    std::string subtitle;
-    std::string value;             // "⌥⌘L", "Installed", "Allowed"
-    std::optional<Button> button;  // "Install", "Remove", "Open", ...
-    bool operator==(const InfoRowModel&) const = default;
 };
 
 struct ShortcutSectionModel {

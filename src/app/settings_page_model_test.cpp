@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "app/main_page_model.h"
 #include "app/view_model_testing.h"
 #include "testing/fakes.h"
 #include "testing/controller_fixture.h"
@@ -46,9 +47,9 @@ TEST_F(SettingsPageModel, BusyDisablesThePrivilegedButtonsOnly) {
     auto p = makeSettingsPage(c);
     EXPECT_FALSE(p.permissions.power.button->enabled);
     EXPECT_FALSE(p.shortcuts.terminal.button->enabled);
-#ifdef __APPLE__
-    EXPECT_TRUE(p.permissions.notifications.button->enabled) << "opening a settings pane needs no password";
-#endif
+    Machine::overrideForTesting(Machine::Kind::mac);
+    EXPECT_TRUE(makeSettingsPage(c).permissions.notifications.button->enabled) << "opening a pane needs no password";
+    Machine::overrideForTesting(Machine::Kind::computer);
     for (const auto& t : p.behavior.toggles) EXPECT_TRUE(t.enabled) << t.title;
     Access::viewsSetHelperInstalled(c, true);
     EXPECT_FALSE(makeSettingsPage(c).permissions.power.button->enabled) << "Remove waits too";
@@ -117,7 +118,6 @@ TEST_F(SettingsPageModel, BehaviorSwitchesShowTheSettingsAndCarryTheNewValue) {
         EXPECT_EQ(b.title, pick(ko, "Behavior", "동작"));
         ASSERT_EQ(b.toggles.size(), 4u);
         EXPECT_EQ(b.toggles[0].title, pick(ko, "Max performance", "최대 성능"));
-        EXPECT_EQ(b.toggles[0].subtitle, pick(ko, "Disables Low Power Mode while running", "실행 중에는 저전력 모드를 꺼요"));
         EXPECT_TRUE(b.toggles[0].on);
         EXPECT_EQ(b.toggles[0].action, Action::toggleSwitch(K::setPerformance, false));
         EXPECT_EQ(b.toggles[1].title, pick(ko, "Lock when lid closes", "뚜껑을 닫으면 잠금"));
@@ -142,15 +142,8 @@ TEST_F(SettingsPageModel, ShortcutsNotificationsMessageAndBottomRow) {
     inEachLanguage([&](bool ko) {
         const auto p = makeSettingsPage(c);
         EXPECT_EQ(p.shortcuts.title, pick(ko, "Shortcuts & automation", "단축키와 자동화"));
-#ifdef __APPLE__
-        EXPECT_EQ(p.shortcuts.hotKey.value, "⌥⌘L");
-        EXPECT_EQ(p.permissions.notifications.title, pick(ko, "Mac notifications", "Mac 알림"));
-        EXPECT_TRUE(p.permissions.notifications.button->enabled);
-#else
         EXPECT_EQ(p.shortcuts.hotKey.value, "space") << "duskwelld toggles from its dashboard";
-        EXPECT_EQ(p.permissions.notifications.title, pick(ko, "Desktop notifications", "데스크톱 알림"));
         EXPECT_FALSE(p.permissions.notifications.button->enabled) << "no settings pane to open on Linux";
-#endif
         EXPECT_EQ(p.shortcuts.terminal.value, "duskwell start · stop · status");
         EXPECT_EQ(p.shortcuts.terminal.button->title, pick(ko, "Install", "설치"));
         EXPECT_EQ(p.shortcuts.terminal.button->action, Action::make(K::installCLI));
@@ -165,6 +158,57 @@ TEST_F(SettingsPageModel, ShortcutsNotificationsMessageAndBottomRow) {
     const auto p = makeSettingsPage(c);
     EXPECT_EQ(p.permissions.notifications.value, "Allowed");
     EXPECT_EQ(p.message, "Couldn't change power settings.");
+}
+
+// Every text that names the machine or a platform's power feature, in both languages, as
+// the Mac app and as duskwelld show it.
+TEST_F(SettingsPageModel, MachineTextsSayMacOnlyOnTheMac) {
+    struct Row {
+        Machine::Kind kind;
+        bool ko;
+        const char* note;  // the shortcuts note, which names the machine mid-sentence
+        const char* performance;
+        const char* login;
+        const char* notifications;
+        const char* hotKey;
+        const char* untilCaption;
+    };
+    const Row rows[] = {
+        {Machine::Kind::mac, false,
+         "Tell your agent to run `duskwell start` before long tasks — it keeps your Mac awake and sleeps when done.",
+         "Disables Low Power Mode while running", "Starts in the menu bar", "Mac notifications", "⌥⌘L",
+         "Then your Mac sleeps"},
+        {Machine::Kind::mac, true,
+         "긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — Mac을 깨워 두고 끝나면 재워요.",
+         "실행 중에는 저전력 모드를 꺼요", "메뉴 막대에서 시작해요", "Mac 알림", "⌥⌘L", "그다음 Mac이 잠들어요"},
+        {Machine::Kind::computer, false,
+         "Tell your agent to run `duskwell start` before long tasks — it keeps your computer awake and sleeps when "
+         "done.",
+         "Leaves the power-saver profile while running", "Starts in the background when you log in",
+         "Desktop notifications", "space", "Then your computer sleeps"},
+        {Machine::Kind::computer, true,
+         "긴 작업 전에 에이전트에게 `duskwell start`를 실행하라고 하세요 — 컴퓨터를 깨워 두고 끝나면 재워요.",
+         "실행 중에는 절전 프로필을 꺼요", "로그인하면 백그라운드에서 시작해요", "데스크톱 알림", "space",
+         "그다음 컴퓨터가 잠들어요"},
+    };
+    c.setMode(KeepMode::until);
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(r.kind == Machine::Kind::mac ? "mac " : "computer ") + (r.ko ? "ko" : "en"));
+        Machine::overrideForTesting(r.kind);
+        Locale::overrideForTesting(r.ko);
+        const auto p = makeSettingsPage(c);
+        EXPECT_EQ(p.shortcuts.note, r.note);
+        EXPECT_EQ(p.behavior.toggles[0].subtitle, r.performance);
+        EXPECT_EQ(p.behavior.toggles[3].subtitle, r.login);
+        EXPECT_EQ(p.permissions.notifications.title, r.notifications);
+        EXPECT_EQ(p.permissions.notifications.button->enabled, r.kind == Machine::Kind::mac);
+        EXPECT_EQ(p.shortcuts.hotKey.value, r.hotKey);
+        const auto main = makeMainPage(c);
+        ASSERT_TRUE(main.until.has_value());
+        EXPECT_EQ(main.until->caption, r.untilCaption);
+    }
+    Locale::overrideForTesting(false);
+    Machine::overrideForTesting(Machine::Kind::computer);
 }
 
 }  // namespace

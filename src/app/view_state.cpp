@@ -104,7 +104,7 @@ template <class F> void fields(IntegrationRowModel& s, F&& f) {
 template <class F> void fields(IntegrationSectionModel& s, F&& f) { f("title", s.title), f("note", s.note), f("rows", s.rows); }
 template <class F> void fields(PhoneSectionModel& s, F&& f) {
     f("toggle", s.toggle), f("steps", s.steps), f("qrText", s.qrText), f("qrSize", s.qrSize), f("test", s.test),
-        f("copy", s.copy), f("lastResult", s.lastResult), f("features", s.features);
+        f("copy", s.copy), f("lastResult", s.lastResult), f("features", s.features), f("server", s.server);
 }
 template <class F> void fields(PickerOption& s, F&& f) { f("title", s.title), f("value", s.value), f("action", s.action); }
 template <class F> void fields(BehaviorSectionModel& s, F&& f) {

@@ -57,6 +57,7 @@ std::optional<StatusReading> read(std::string_view text) {
     r.mode = field<std::string>(doc, "mode");
     r.endsAt = field<std::string>(doc, "endsAt");
     r.sleepsInSeconds = field<std::int64_t>(doc, "sleepsInSeconds");
+    r.written = field<std::string>(doc, "written");
     if (const auto agents = doc.find("agents"); agents != doc.end() && agents->is_array()) {
         for (const auto& a : *agents) {
             if (!a.is_object()) continue;
@@ -102,6 +103,7 @@ std::string json(const StatusFacts& facts) {
     for (const auto& a : facts.agents)
         agents.push_back({{"name", a.name}, {"count", a.count}, {"state", a.state}});
     doc["agents"] = std::move(agents);
+    if (facts.written) doc["written"] = iso8601UTC(*facts.written);
     return doc.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 

@@ -25,6 +25,7 @@ struct StatusFacts {
     std::optional<Date> endsAt;
     std::optional<double> sleepsInSeconds;
     std::vector<Agent> agents;  // snapshot order
+    std::optional<Date> written;  // when the file was written; a reader tells a stale file by it
 };
 
 // The status file as a reader sees it. The file is anyone's to edit: a field that is
@@ -40,6 +41,7 @@ struct StatusReading {
     std::optional<std::string> mode;
     std::optional<std::string> endsAt;
     std::optional<std::int64_t> sleepsInSeconds;
+    std::optional<std::string> written;
     std::vector<Agent> agents;
     std::string pretty;  // the whole document again, 2-space indented (for --json)
 };

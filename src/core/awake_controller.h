@@ -129,12 +129,19 @@ public:
 
     // --- phone ---
     void setPhone(bool on);
+    // The self-hosted ntfy server (empty: the public one) and its access token (nothing:
+    // none). False, with nothing changed, when the value is not acceptable.
+    bool setPhoneServer(const std::string& url);
+    bool setPhoneToken(const std::optional<std::string>& token);
 
     // --- command surfaces ---
     bool cliInstalled() const;
     void installCLI();
     bool handleURL(const std::string& url);
-    void writeStatusFile();
+    // `ifChanged` skips a write when nothing shown changed and the last write is recent;
+    // `always` is the final write on the way out.
+    enum class StatusWrite { ifChanged, always };
+    void writeStatusFile(StatusWrite when = StatusWrite::ifChanged);
     std::string statusLine() const;
     std::optional<std::string> waitingText() const;
     std::string describe(const SessionInfo& session, bool running) const;
@@ -219,7 +226,8 @@ private:
     std::map<std::string, AgentState> prevSessions_;
     bool warnedBattery_ = false;
     bool warnedHeat_ = false;
-    std::string lastStatusJSON_;
+    std::string lastStatusJSON_;  // without its "written" time
+    std::optional<Date> lastStatusWritten_;
     std::vector<Subscription> bag_;
     std::unique_ptr<TimerHandle> timer_;
 };

@@ -9,6 +9,7 @@
 #include "commands/url.h"
 #include "core/app_config.h"
 #include "core/awake_controller.h"
+#include "core/clock.h"
 #include "core/localization.h"
 #include "core/platform.h"
 #include "core/services.h"
@@ -19,6 +20,10 @@ namespace duskwell {
 namespace fs = std::filesystem;
 
 namespace {
+
+// An unchanged file is still rewritten this often, so its "written" time tells a reader
+// that the app is alive (a file older than this says it may not be).
+constexpr double statusRefreshSeconds = 60;
 
 std::string cliCopyPath() { return AppConfig::supportDir() + "/bin/duskwell"; }
 std::string cliLinkDir() { return services().platform->homeDirectory() + "/.local/bin"; }
@@ -111,7 +116,7 @@ std::string AwakeController::statusLine() const {
     return line;
 }
 
-void AwakeController::writeStatusFile() {
+void AwakeController::writeStatusFile(StatusWrite when) {
     StatusFacts facts;
     facts.active = isActive_;
     facts.status = statusLine();
@@ -124,16 +129,24 @@ void AwakeController::writeStatusFile() {
     for (const auto& item : agents_.items)
         facts.agents.push_back({std::string(item.kind.title()), item.count, std::string(item.state.rawValue())});
 
-    std::string text;
+    std::string content, text;
+    const Date now = services().clock->now();
     try {
+        content = StatusDocument::json(facts);
+        if (when == StatusWrite::ifChanged && content == lastStatusJSON_ && lastStatusWritten_ &&
+            secondsBetween(*lastStatusWritten_, now) < statusRefreshSeconds)
+            return;
+        facts.written = now;
         text = StatusDocument::json(facts);
     } catch (...) {
         return;  // the next call tries again
     }
-    if (text == lastStatusJSON_) return;
 
     if (createPrivateDirectories(AppConfig::supportDir())) return;
-    if (writeFileAtomically(AppConfig::statusFile(), text)) lastStatusJSON_ = std::move(text);
+    if (writeFileAtomically(AppConfig::statusFile(), text)) {
+        lastStatusJSON_ = std::move(content);
+        lastStatusWritten_ = now;
+    }
 }
 
 // ---- URL routes ----

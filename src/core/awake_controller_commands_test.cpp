@@ -51,7 +51,8 @@ TEST_F(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
     EXPECT_EQ(doc, json({{"active", false},
                          {"status", "Idle"},
                          {"version", AppConfig::version()},
-                         {"agents", json::array()}}));
+                         {"agents", json::array()},
+                         {"written", utc(env.clock.now())}}));
 }
 
 TEST_F(StatusFile, TimerSessionHasEndButNoCountdown) {
@@ -110,6 +111,30 @@ TEST_F(StatusFile, AnUnchangedStateIsWrittenOnce) {
     c.writeStatusFile();
     EXPECT_NE(fs::last_write_time(path), old);
     EXPECT_EQ(readStatus()["status"], "대기 중");
+}
+
+TEST_F(StatusFile, AnUnchangedFileIsRedatedOnlyAfterAMinuteOrWhenForced) {
+    const Date first = env.clock.now();
+    c.writeStatusFile();
+    struct Step {
+        double advance;
+        AwakeController::StatusWrite when;
+        bool redated;
+    };
+    const Step steps[] = {
+        {30, AwakeController::StatusWrite::ifChanged, false},
+        {29, AwakeController::StatusWrite::ifChanged, false},
+        {0, AwakeController::StatusWrite::always, true},   // the final write on the way out
+        {59, AwakeController::StatusWrite::ifChanged, false},
+        {2, AwakeController::StatusWrite::ifChanged, true},  // a minute since the forced one
+    };
+    Date expected = first;
+    for (const auto& step : steps) {
+        env.clock.advance(step.advance);
+        c.writeStatusFile(step.when);
+        if (step.redated) expected = env.clock.now();
+        EXPECT_EQ(readStatus()["written"], utc(expected)) << "after +" << step.advance << " s";
+    }
 }
 
 TEST_F(StatusFile, ADeletedFileIsNotRewrittenUntilTheStateChanges) {

@@ -40,7 +40,7 @@ void AwakeController::handlePhone(PhoneNotifier::Command command) {
         case PhoneNotifier::Command::sleep:
             // From the phone, ending the period always means sleeping now.
             if (isActive_) stop(T("휴대폰에서 잠자기를 요청했어요.", "Sleep requested from your phone."));
-            else reply(T("Mac을 잠자기합니다.", "Putting your Mac to sleep."), "zzz");
+            else reply(TM("{machine:을} 잠자기합니다.", "Putting your {machine} to sleep."), "zzz");
             sleepSoon(sleepDelaySeconds);
             return;
         case PhoneNotifier::Command::start:
@@ -50,7 +50,7 @@ void AwakeController::handlePhone(PhoneNotifier::Command command) {
             }
             // Installing the helper needs the user at the Mac (a password prompt).
             if (!PowerHelper::isInstalled()) {
-                reply(T("Mac에서 처음 한 번 권한 설치가 필요해요.", "Install the power permission on your Mac first."),
+                reply(TM("{machine}에서 처음 한 번 권한 설치가 필요해요.", "Install the power permission on your {machine} first."),
                       "warning");
                 return;
             }
@@ -67,5 +67,9 @@ void AwakeController::handlePhone(PhoneNotifier::Command command) {
 // Only the switch: the settings screen's Test button sends the first alert once the
 // phone has subscribed, so switching on sends nothing nobody is listening to yet.
 void AwakeController::setPhone(bool on) { phone_->setEnabled(on); }
+
+bool AwakeController::setPhoneServer(const std::string& url) { return phone_->setServer(url); }
+
+bool AwakeController::setPhoneToken(const std::optional<std::string>& token) { return phone_->setToken(token); }
 
 }  // namespace duskwell

@@ -64,7 +64,7 @@ TEST(PhoneCommands, StartWarnsWithoutTheHelperOtherwiseStartsAnAutoPeriodOnce) {
     Access::phoneCommand(*p.c, Command::start);
     EXPECT_FALSE(p.c->isActive());
     EXPECT_TRUE(p.env.platform.adminScripts.empty()) << "no password prompt from the phone";
-    expectReply(p.reply(), "Install the power permission on your Mac first.", "warning");
+    expectReply(p.reply(), "Install the power permission on your computer first.", "warning");
 
     p.env.installHelper();
     Access::phoneCommand(*p.c, Command::start);
@@ -79,7 +79,7 @@ TEST(PhoneCommands, StartWarnsWithoutTheHelperOtherwiseStartsAnAutoPeriodOnce) {
 TEST(PhoneCommands, StopWhileIdleStillSleepsAfterThreeSeconds) {
     Phone p;
     Access::phoneCommand(*p.c, Command::stop);
-    expectReply(p.reply(), "Putting your Mac to sleep.", "zzz");
+    expectReply(p.reply(), "Putting your computer to sleep.", "zzz");
     EXPECT_EQ(sleeps(p.env), 0u);
     p.env.clock.advance(2.9);
     p.env.dispatcher.runDue();
@@ -87,6 +87,44 @@ TEST(PhoneCommands, StopWhileIdleStillSleepsAfterThreeSeconds) {
     p.env.clock.advance(0.1);
     p.env.dispatcher.runDue();
     EXPECT_EQ(sleeps(p.env), 1u);
+}
+
+// The phone's replies and the start/stop alerts name the machine: "Mac" only on the Mac.
+TEST(PhoneCommands, AlertsNameTheMachineInBothLanguagesOnBothPlatforms) {
+    struct Row {
+        Machine::Kind kind;
+        bool ko;
+        const char* sleeping;    // stop while idle
+        const char* permission;  // start without the helper
+        const char* started;     // the start alert, up to its promise
+        const char* stopped;     // a manual stop
+    };
+    const Row rows[] = {
+        {Machine::Kind::mac, false, "Putting your Mac to sleep.", "Install the power permission on your Mac first.",
+         "Your Mac keeps running with the lid closed. ", "Stopped manually. Your Mac will sleep normally."},
+        {Machine::Kind::mac, true, "Mac을 잠자기합니다.", "Mac에서 처음 한 번 권한 설치가 필요해요.",
+         "뚜껑을 닫아도 Mac이 계속 실행돼요. ", "수동으로 중지했어요. Mac이 평소처럼 잠자기해요."},
+        {Machine::Kind::computer, false, "Putting your computer to sleep.",
+         "Install the power permission on your computer first.", "Your computer keeps running with the lid closed. ",
+         "Stopped manually. Your computer will sleep normally."},
+        {Machine::Kind::computer, true, "컴퓨터를 잠자기합니다.", "컴퓨터에서 처음 한 번 권한 설치가 필요해요.",
+         "뚜껑을 닫아도 컴퓨터가 계속 실행돼요. ", "수동으로 중지했어요. 컴퓨터가 평소처럼 잠자기해요."},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(r.kind == Machine::Kind::mac ? "mac " : "computer ") + (r.ko ? "ko" : "en"));
+        Phone p;
+        Machine::overrideForTesting(r.kind);
+        Locale::overrideForTesting(r.ko);
+        Access::phoneCommand(*p.c, Command::stop);
+        EXPECT_EQ(p.reply().value("message", ""), r.sleeping);
+        Access::phoneCommand(*p.c, Command::start);
+        EXPECT_EQ(p.reply().value("message", ""), r.permission);
+        p.env.installHelper();
+        p.c->start(KeepMode::timer, 30);
+        EXPECT_EQ(p.reply().value("message", "").rfind(r.started, 0), 0u) << p.reply().value("message", "");
+        p.c->stop();
+        EXPECT_EQ(p.reply().value("message", ""), r.stopped);
+    }
 }
 
 TEST(PhoneCommands, SleepWhileRunningStopsWithAReasonThenSleeps) {

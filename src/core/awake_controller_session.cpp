@@ -91,7 +91,7 @@ void AwakeController::start(std::optional<KeepMode> modeArg, std::optional<int> 
             ? T("AI 작업이 끝나면 알려드릴게요.", "I'll let you know when your AI tasks finish.")
             : T("시간이 다 되면 알려드릴게요.", "I'll let you know when time is up.");
         phone_->send(T("Duskwell 시작됨", "Duskwell started"),
-                     T("뚜껑을 닫아도 Mac이 계속 실행돼요. ", "Your Mac keeps running with the lid closed. ") + promise,
+                     TM("뚜껑을 닫아도 {machine:이} 계속 실행돼요. ", "Your {machine} keeps running with the lid closed. ") + promise,
                      {"crescent_moon"});
     }
 }
@@ -102,7 +102,7 @@ void AwakeController::stop(std::optional<std::string> reason) {
 
     if (!reason && isActive_ && phone_->enabled()) {
         phone_->send(T("Duskwell 중지됨", "Duskwell stopped"),
-                     T("수동으로 중지했어요. Mac이 평소처럼 잠자기해요.", "Stopped manually. Your Mac will sleep normally."),
+                     TM("수동으로 중지했어요. {machine:이} 평소처럼 잠자기해요.", "Stopped manually. Your {machine} will sleep normally."),
                      {"zzz"});
     }
 

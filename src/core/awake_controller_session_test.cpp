@@ -72,7 +72,7 @@ TEST_F(SessionStart, TakesTheMeansInOrderAndTellsThePhoneWhatEndsThePeriod) {
     const auto started = phoneAlertsTitled(env.http, "Duskwell started");
     ASSERT_EQ(started.size(), 1u);
     EXPECT_EQ(started[0]["message"],
-              "Your Mac keeps running with the lid closed. I'll let you know when time is up.");
+              "Your computer keeps running with the lid closed. I'll let you know when time is up.");
     EXPECT_EQ(started[0]["tags"], nlohmann::json::array({"crescent_moon"}));
     EXPECT_EQ(started[0]["priority"], 3);
     EXPECT_FALSE(started[0].contains("actions"));
@@ -80,7 +80,7 @@ TEST_F(SessionStart, TakesTheMeansInOrderAndTellsThePhoneWhatEndsThePeriod) {
 
     c.start(KeepMode::auto_, std::nullopt);
     EXPECT_EQ(phoneAlertsTitled(env.http, "Duskwell started").at(1)["message"],
-              "Your Mac keeps running with the lid closed. I'll let you know when your AI tasks finish.");
+              "Your computer keeps running with the lid closed. I'll let you know when your AI tasks finish.");
     EXPECT_EQ(c.endDate(), addSeconds(env.clock.now(), 8 * 3600)) << "the auto cap";
     c.stop();
 }
@@ -192,7 +192,7 @@ TEST_F(SessionStop, AManualStopNeverSleepsEvenWithTheLidClosed) {
     EXPECT_TRUE(env.platform.notifications.empty());
     const auto stopped = phoneAlertsTitled(env.http, "Duskwell stopped");
     ASSERT_EQ(stopped.size(), 1u);
-    EXPECT_EQ(stopped[0]["message"], "Stopped manually. Your Mac will sleep normally.");
+    EXPECT_EQ(stopped[0]["message"], "Stopped manually. Your computer will sleep normally.");
     EXPECT_EQ(stopped[0]["tags"], nlohmann::json::array({"zzz"}));
 }
 

@@ -102,9 +102,9 @@ void AwakeController::onTick() {
 
     if (thermal_ == thermalSerious && !warnedHeat_) {
         warnedHeat_ = true;
-        phone_->send(T("🌡️ Mac이 뜨거워요", "🌡️ Running hot"),
-                     T("Mac이 뜨거워지고 있어요. 통풍이 잘 되게 해 주세요 — 더 뜨거워지면 Duskwell이 자동으로 멈춰요.",
-                       "Your Mac is running hot. Give it some air — Duskwell stops automatically if it gets worse."),
+        phone_->send(TM("🌡️ {machine:이} 뜨거워요", "🌡️ Running hot"),
+                     TM("{machine:이} 뜨거워지고 있어요. 통풍이 잘 되게 해 주세요 — 더 뜨거워지면 Duskwell이 자동으로 멈춰요.",
+                        "Your {machine} is running hot. Give it some air — Duskwell stops automatically if it gets worse."),
                      {}, alertPriority, withActions);
     }
 
@@ -115,7 +115,7 @@ void AwakeController::onTick() {
     }
 
     if (stopOnHeat_ && thermal_ == thermalCritical) {
-        stop(T("Mac이 너무 뜨거워졌어요. 자동으로 중지했어요.", "Your Mac got too hot. Stopped automatically."));
+        stop(TM("{machine:이} 너무 뜨거워졌어요. 자동으로 중지했어요.", "Your {machine} got too hot. Stopped automatically."));
         return;
     }
 

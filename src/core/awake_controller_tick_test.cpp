@@ -118,7 +118,7 @@ TEST(TickHeat, SeriousWarnsThePhoneOnceCriticalStopsOnlyWhenAsked) {
     const auto hot = phoneAlertsTitled(r.env.http, "🌡️ Running hot");
     ASSERT_EQ(hot.size(), 1u);
     EXPECT_EQ(hot[0]["message"],
-              "Your Mac is running hot. Give it some air — Duskwell stops automatically if it gets worse.");
+              "Your computer is running hot. Give it some air — Duskwell stops automatically if it gets worse.");
     EXPECT_EQ(hot[0]["priority"], 4);
     EXPECT_EQ(hot[0]["actions"].size(), 2u);
     EXPECT_TRUE(r.env.platform.notifications.empty()) << "no local notification for heat";
@@ -130,7 +130,7 @@ TEST(TickHeat, SeriousWarnsThePhoneOnceCriticalStopsOnlyWhenAsked) {
     r.c->setStopOnHeat(true);
     ticks(r.env, 1);
     EXPECT_FALSE(r.c->isActive());
-    EXPECT_EQ(r.c->lastMessage(), "Your Mac got too hot. Stopped automatically.");
+    EXPECT_EQ(r.c->lastMessage(), "Your computer got too hot. Stopped automatically.");
 }
 
 // ---- precedence ----

@@ -16,6 +16,7 @@ inline constexpr const char* phoneEnabled = "phone.enabled";
 inline constexpr const char* phoneTopic = "phone.topic";
 inline constexpr const char* phoneControl = "phone.control";
 inline constexpr const char* phoneSecret = "phone.secret";
-inline constexpr const char* phoneServer = "phone.server";
+inline constexpr const char* phoneServer = "phone.server";  // absent: the public ntfy server
+inline constexpr const char* phoneToken = "phone.token";    // ntfy access token; absent: none
 inline constexpr const char* didOnboard = "didOnboard";
 }  // namespace duskwell::SettingsKey

@@ -10,7 +10,7 @@ class SettingsStore;
 
 enum class PhoneLinkFormat {
     text,  // sentence, link, topic, a note when alerts are off, and the QR code
-    json,  // {"subscribeURL", "topic", "controlTopic"} only
+    json,  // {"subscribeURL", "topic", "controlTopic", "server", "tokenSet"} only
 };
 
 // Draws `link` as a QR code for the terminal, or answers nothing when it cannot. The

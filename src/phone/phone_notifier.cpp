@@ -17,6 +17,7 @@
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
 #include "phone/http_client.h"
+#include "phone/ntfy_access.h"
 
 namespace duskwell {
 
@@ -115,6 +116,32 @@ void PhoneNotifier::resetTopics() {
     settings.setString(SettingsKey::phoneSecret, random(16));
 }
 
+bool PhoneNotifier::setServer(std::string_view url) {
+    auto& settings = *services().settings;
+    std::optional<std::string> normalized;
+    if (!url.empty()) {
+        normalized = NtfyAccess::normalizedServer(url);
+        if (!normalized) return false;
+    }
+    changes_.announce();
+    if (normalized) settings.setString(SettingsKey::phoneServer, *normalized);
+    else settings.remove(SettingsKey::phoneServer);
+    startedAt_ = static_cast<std::int64_t>(std::trunc(unixSeconds(services().clock->now())));
+    lastID_.reset();
+    seenIDs_.clear();
+    return true;
+}
+
+bool PhoneNotifier::setToken(const std::optional<std::string>& token) {
+    if (token && !NtfyAccess::validToken(*token)) return false;
+    changes_.announce();
+    if (token) services().settings->setString(SettingsKey::phoneToken, *token);
+    else services().settings->remove(SettingsKey::phoneToken);
+    return true;
+}
+
+bool PhoneNotifier::hasToken() const { return NtfyAccess::token(*services().settings).has_value(); }
+
 void PhoneNotifier::setEnabled(bool on) {
     changes_.announce();
     enabled_ = on;
@@ -128,17 +155,21 @@ std::string PhoneNotifier::controlTopic() const {
 }
 
 std::string PhoneNotifier::subscribeURL(const SettingsStore& settings) {
-    return AppConfig::website() + "/phone/#" + stored(settings, SettingsKey::phoneTopic) + "." +
-           stored(settings, SettingsKey::phoneControl) + "." + stored(settings, SettingsKey::phoneSecret);
+    std::string link = AppConfig::website() + "/phone/#" + stored(settings, SettingsKey::phoneTopic) + "." +
+                       stored(settings, SettingsKey::phoneControl) + "." + stored(settings, SettingsKey::phoneSecret);
+    // A server of one's own follows an "@", so the phone subscribes where the alerts go.
+    // Never the token: the link is shown, copied and drawn as a QR code.
+    if (!NtfyAccess::usesPublicServer(settings)) link += "@" + NtfyAccess::server(settings);
+    return link;
 }
 
 std::string PhoneNotifier::subscribeURL() const { return subscribeURL(*services().settings); }
 
-std::string PhoneNotifier::server() const {
-    std::string url = services().settings->string(SettingsKey::phoneServer).value_or("");
-    if (url.empty()) url = AppConfig::ntfyServer();
-    while (!url.empty() && url.back() == '/') url.pop_back();
-    return url;
+std::string PhoneNotifier::server() const { return NtfyAccess::server(*services().settings); }
+
+void PhoneNotifier::authorize(HttpRequest& request) const {
+    if (const auto token = NtfyAccess::token(*services().settings))
+        request.headers["Authorization"] = NtfyAccess::authorization(*token);
 }
 
 void PhoneNotifier::setLastResult(std::optional<std::string> result) {
@@ -186,6 +217,7 @@ void PhoneNotifier::send(const std::string& title, const std::string& message,
         request.body.reset();  // the server rejects it and the result says "Failed"
     }
     request.timeoutSeconds = timeout_;
+    authorize(request);
 
     Dispatcher* dispatcher = services().dispatcher;
     std::weak_ptr<int> alive = life_;
@@ -253,6 +285,7 @@ void PhoneNotifier::poll(std::function<void(Command)> handler) {
     request.method = "GET";
     request.url = server() + "/" + controlTopic() + "/json?poll=1&since=" + cursor;
     request.timeoutSeconds = timeout_;
+    authorize(request);
     const std::string secret = stored(*services().settings, SettingsKey::phoneSecret);
 
     Dispatcher* dispatcher = services().dispatcher;

@@ -13,6 +13,7 @@
 namespace duskwell {
 
 class SettingsStore;
+struct HttpRequest;
 
 // Push alerts through an ntfy topic, and commands read back from a private control topic.
 // Everything here runs on the main thread; requests complete on the HTTP client's thread
@@ -49,12 +50,23 @@ public:
     const std::optional<std::string>& lastResult() const { return lastResult_; }
     std::string topic() const;
     std::string controlTopic() const;
-    // "<website>/phone/#<topic>.<control>.<secret>": the fragment never reaches the website.
+    // "<website>/phone/#<topic>.<control>.<secret>", then "@<server>" when the server is not
+    // the public one: the fragment never reaches the website.
     std::string subscribeURL() const;
     // The same link built from the identifiers stored in `settings` (the terminal command
     // reads it without creating a notifier).
     static std::string subscribeURL(const SettingsStore& settings);
     void resetTopics();
+
+    // The ntfy server: empty text returns to the public server. False, with nothing
+    // changed, when the text is not an http(s) server address (NtfyAccess::normalizedServer).
+    // A new server starts the command cursor afresh: ids of the old one mean nothing there.
+    bool setServer(std::string_view url);
+    std::string serverURL() const { return server(); }
+    // The access token; nothing removes it. False, with nothing changed, for a token an
+    // HTTP header cannot carry. The token is kept in the settings only: never shown.
+    bool setToken(const std::optional<std::string>& token);
+    bool hasToken() const;
 
     // Publishes one alert; returns at once, the outcome arrives later in `lastResult`.
     void send(const std::string& title, const std::string& message,
@@ -85,6 +97,8 @@ private:
     // `length` characters from `alphabet`, each from 8 bytes of the OS's cryptographic source.
     static std::string random(int length);
     std::string server() const;
+    // Adds the access token, when one is set, as "Authorization: Bearer <token>".
+    void authorize(HttpRequest& request) const;
     void setLastResult(std::optional<std::string> result);
     void finishPoll(bool success, const std::vector<PolledMessage>& messages,
                     const std::function<void(Command)>& handler);

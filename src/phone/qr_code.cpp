@@ -28,4 +28,26 @@ std::string renderQrForTerminal(const QrCode& code, QrStyle style, int quietZone
     return out;
 }
 
+std::optional<QrFit> fitQrCode(std::string_view text, std::optional<int> maxRows, QrEncoder encode) {
+    struct Try {
+        QrLevel level;
+        int quietZone;
+    };
+    static constexpr Try tries[] = {{QrLevel::medium, 2}, {QrLevel::low, 2}, {QrLevel::low, 1}};
+    for (const Try& t : tries) {
+        auto code = encode(text, t.level);
+        if (!code) continue;
+        QrFit fit{t.level, t.quietZone, std::move(*code)};
+        if (!maxRows || fit.rows() <= *maxRows) return fit;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> drawQrForTerminal(std::string_view text, QrStyle style, std::optional<int> maxRows,
+                                             QrEncoder encode) {
+    const auto fit = fitQrCode(text, maxRows, encode);
+    if (!fit) return std::nullopt;
+    return renderQrForTerminal(fit->code, style, fit->quietZone);
+}
+
 }  // namespace duskwell

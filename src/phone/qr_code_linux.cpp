@@ -6,10 +6,11 @@
 
 namespace duskwell {
 
-std::optional<QrCode> makeQrCode(std::string_view text) {
+std::optional<QrCode> makeQrCode(std::string_view text, QrLevel level) {
     struct Free { void operator()(QRcode* c) const { QRcode_free(c); } };
     std::unique_ptr<QRcode, Free> encoded(QRcode_encodeData(
-        static_cast<int>(text.size()), reinterpret_cast<const unsigned char*>(text.data()), 0, QR_ECLEVEL_M));
+        static_cast<int>(text.size()), reinterpret_cast<const unsigned char*>(text.data()), 0,
+        level == QrLevel::low ? QR_ECLEVEL_L : QR_ECLEVEL_M));
     if (!encoded || encoded->width <= 0) return std::nullopt;
 
     QrCode code;

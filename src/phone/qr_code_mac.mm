@@ -9,11 +9,11 @@
 namespace duskwell {
 namespace {
 
-CIImage* generate(std::string_view text) {
+CIImage* generate(std::string_view text, duskwell::QrLevel level = duskwell::QrLevel::medium) {
     CIFilter* filter = [CIFilter filterWithName:@"CIQRCodeGenerator"];
     if (filter == nil) return nil;
     [filter setValue:[NSData dataWithBytes:text.data() length:text.size()] forKey:@"inputMessage"];
-    [filter setValue:@"M" forKey:@"inputCorrectionLevel"];
+    [filter setValue:(level == duskwell::QrLevel::low ? @"L" : @"M") forKey:@"inputCorrectionLevel"];
     return filter.outputImage;
 }
 
@@ -46,9 +46,9 @@ void* qrImage(std::string_view text, double size) {
 
 // The terminal command on macOS reads Core Image's modules back from a grey bitmap, one
 // pixel per module, and drops the generator's own light margin.
-std::optional<QrCode> makeQrCode(std::string_view text) {
+std::optional<QrCode> makeQrCode(std::string_view text, QrLevel level) {
     @autoreleasepool {
-        CIImage* output = generate(text);
+        CIImage* output = generate(text, level);
         if (output == nil) return std::nullopt;
         CIContext* context = [CIContext contextWithOptions:nil];
         CGImageRef cg = [context createCGImage:output fromRect:output.extent];

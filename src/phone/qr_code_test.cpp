@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace duskwell {
 namespace {
 
@@ -65,24 +67,49 @@ TEST(QrCode, SubscribeLinkEncodesToAValidSymbol) {
     EXPECT_NE(makeQrCode(kLink + "x")->dark, code->dark);
 }
 
-TEST(QrCode, TerminalRenderingRoundTripsInBothStyles) {
-    const auto code = makeQrCode(kLink);
-    ASSERT_TRUE(code.has_value());
-    const int quiet = 2;
-    const int side = code->width + 2 * quiet;
-    for (QrStyle style : {QrStyle::ansi, QrStyle::plain}) {
-        const std::string text = renderQrForTerminal(*code, style, quiet);
-        EXPECT_EQ(static_cast<int>(std::count(text.begin(), text.end(), '\n')), (side + 1) / 2);
-        const auto dark = readBack(text, style, side);
-        for (int y = 0; y < side; ++y) {
-            for (int x = 0; x < side; ++x) {
-                const int cx = x - quiet, cy = y - quiet;
-                const bool expected = cx >= 0 && cy >= 0 && cx < code->width && cy < code->width && code->isDark(cx, cy);
-                ASSERT_EQ(dark[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)], expected)
-                    << "module " << x << "," << y << (style == QrStyle::ansi ? " ansi" : " plain");
+// The subscribe link on the public server and on a self-hosted one (longer, so a bigger
+// code), drawn without a limit and for an 80x24 terminal: each drawing reads back to the
+// very modules of the code chosen, quiet zone included, and the 24-line one fits.
+TEST(QrCode, TerminalRenderingFitsAndRoundTripsInBothStyles) {
+    struct Case {
+        std::string link;
+        std::optional<int> rows;
+    };
+    const std::string selfHosted = kLink + "@https://ntfy.example-home.net:8443";
+    const Case cases[] = {{kLink, std::nullopt}, {kLink, 24}, {selfHosted, std::nullopt}, {selfHosted, 24}};
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.link + (k.rows ? " in " + std::to_string(*k.rows) + " rows" : " unlimited"));
+        const auto fit = fitQrCode(k.link, k.rows);
+        ASSERT_TRUE(fit.has_value());
+        const QrCode& code = fit->code;
+        const int quiet = fit->quietZone;
+        const int side = code.width + 2 * quiet;
+        if (k.rows) {
+            EXPECT_LE(fit->rows(), *k.rows);
+            EXPECT_LE(side, 79) << "wider than the terminal";
+        } else {
+            EXPECT_EQ(fit->level, QrLevel::medium);
+            EXPECT_EQ(quiet, 2);
+        }
+        for (QrStyle style : {QrStyle::ansi, QrStyle::plain}) {
+            const std::string text = renderQrForTerminal(code, style, quiet);
+            EXPECT_EQ(drawQrForTerminal(k.link, style, k.rows), text);
+            EXPECT_EQ(static_cast<int>(std::count(text.begin(), text.end(), '\n')), fit->rows());
+            const auto dark = readBack(text, style, side);
+            for (int y = 0; y < side; ++y) {
+                for (int x = 0; x < side; ++x) {
+                    const int cx = x - quiet, cy = y - quiet;
+                    const bool expected =
+                        cx >= 0 && cy >= 0 && cx < code.width && cy < code.width && code.isDark(cx, cy);
+                    ASSERT_EQ(dark[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)], expected)
+                        << "module " << x << "," << y << (style == QrStyle::ansi ? " ansi" : " plain");
+                }
             }
         }
     }
+    // The default drawing of today's link needs 25 lines: more than an 80x24 terminal has.
+    EXPECT_GT(fitQrCode(kLink, std::nullopt)->rows(), 24);
+    EXPECT_FALSE(fitQrCode(kLink, 10).has_value()) << "no code that small";
 }
 
 }  // namespace

@@ -83,8 +83,8 @@ std::optional<InstallError> install() {
     const auto source = services().platform->resourcePath(resourceName);
     if (!source) return InstallError::missingResource();
     return runAsAdmin(installScript(user, *source),
-                      T("Duskwell가 뚜껑을 닫아도 Mac이 잠들지 않도록 전원 설정 권한을 한 번만 요청합니다.",
-                        "Duskwell needs permission once to keep your Mac awake with the lid closed."));
+                      TM("Duskwell가 뚜껑을 닫아도 {machine:이} 잠들지 않도록 전원 설정 권한을 한 번만 요청합니다.",
+                         "Duskwell needs permission once to keep your {machine} awake with the lid closed."));
 }
 
 std::optional<InstallError> uninstall() {

@@ -180,7 +180,7 @@ TEST(PowerHelperInstall, RunsTheInstallScriptOnceWithTheConsentPrompt) {
     ASSERT_EQ(env.platform.adminScripts.size(), 1u);
     EXPECT_EQ(env.platform.adminScripts[0].first, PowerHelper::installScript("ann", "/app/Res/duskwell-power"));
     EXPECT_EQ(env.platform.adminScripts[0].second,
-              "Duskwell needs permission once to keep your Mac awake with the lid closed.");
+              "Duskwell needs permission once to keep your computer awake with the lid closed.");
 }
 
 TEST(PowerHelperInstall, CancelAndFailureAreKeptApart) {
@@ -212,7 +212,7 @@ TEST(PowerHelperInstall, ErrorTextsInKorean) {
     PowerHelper::install();
     ASSERT_EQ(env.platform.adminScripts.size(), 1u);
     EXPECT_EQ(env.platform.adminScripts[0].second,
-              "Duskwell가 뚜껑을 닫아도 Mac이 잠들지 않도록 전원 설정 권한을 한 번만 요청합니다.");
+              "Duskwell가 뚜껑을 닫아도 컴퓨터가 잠들지 않도록 전원 설정 권한을 한 번만 요청합니다.");
 }
 
 TEST(PowerHelperUninstall, GivesLidSleepBackBeforeRemovingTheFiles) {

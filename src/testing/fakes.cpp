@@ -246,10 +246,12 @@ TestEnvironment::TestEnvironment() {
     s.processes = &processes;
     scope_ = std::make_unique<ServicesScope>(s);
     Locale::overrideForTesting(false);
+    Machine::overrideForTesting(Machine::Kind::computer);  // the same texts on every build
 }
 
 TestEnvironment::~TestEnvironment() {
     Locale::overrideForTesting(std::nullopt);
+    Machine::overrideForTesting(std::nullopt);
     unsetenv("DUSKWELL_TEST_HELPER");
 }
 

@@ -72,19 +72,22 @@ Dashboard keys, settings page:
   m l h o Max performance, Lock when lid closes, Heat protection, Open at login
   [ ]     battery guard: lower / higher
   x       send a test alert to the phone
+  r       the phone's QR code on a screen of its own (Esc back)
+  v       the ntfy server and access token alerts go through
   i       install the terminal command
   w       install or remove the power helper
   n       notification settings (Linux: says where they are)
   j k     scroll (also the arrow keys)
   Esc b   back to the main page
 Both pages:
-  p       phone alerts on/off (the settings page shows the QR code to scan)
+  p       phone alerts on/off (then r on the settings page shows the QR code to scan)
   q       quit: stops a running period first (attached: closes the dashboard only)
   Q       attached: stop the service
   Ctrl-C  the same as q
 
 Signals: SIGTERM, SIGINT and SIGHUP stop a running period (restoring sleep and power
-settings) and exit with status 0. logind's power-off notice stops the period as well.
+settings), leave status.json saying inactive and exit with status 0. logind's power-off
+notice stops the period as well.
 
 Files: ~/.duskwell/settings.json (settings), ~/.duskwell/status.json (status),
 ~/.duskwell/control.sock (control socket), ~/.duskwell/duskwelld.lock (one per user).

@@ -145,8 +145,11 @@ void settingsPage(const DashboardView& v, const SettingsPageModel& s, const Styl
     out.push_back(st.bold(keyed(b, p.toggle.action, box(p.toggle.on) + " " + p.toggle.title)));
     int n = 1;
     for (const auto& step : p.steps) out.push_back("  " + std::to_string(n++) + ". " + step);
-    for (const auto& line : v.qrLines) out.push_back("  " + line);
-    if (p.qrText) out.push_back("  " + *p.qrText);
+    if (p.qrText) {
+        out.push_back("  [r] " + T("QR 코드 보기", "Show the QR code"));
+        out.push_back("  " + *p.qrText);
+    }
+    if (p.server) infoRow(*p.server, b, out);
     if (p.test) out.push_back("  " + keyed(b, p.test->action, p.test->title) + (p.lastResult ? "   " + *p.lastResult : ""));
     for (const auto& f : p.features) out.push_back("  " + st.dim(f));
     out.push_back("");
@@ -255,19 +258,58 @@ DashboardView makeDashboardView(StatusItemModel status, PopoverModel popover, co
     if (v.popover.screen == Screen::main) v.welcome = std::move(welcome);
     v.bindings = keyBindings(v.popover, phoneToggle);
     addNoticeBindings(v.bindings, v.popover);
-    if (v.popover.settings && v.popover.settings->phone.qrText) {
-        if (auto code = makeQrCode(*v.popover.settings->phone.qrText)) {
-            std::istringstream lines(renderQrForTerminal(*code, color ? QrStyle::ansi : QrStyle::plain));
-            for (std::string line; std::getline(lines, line);) v.qrLines.push_back(line);
-        }
-    }
     return v;
 }
+
+void showCodePage(DashboardView& v) {
+    if (!v.popover.settings || !v.popover.settings->phone.qrText) return;
+    v.codePage = true;
+    v.bindings.clear();
+    for (const Key key : {Key::special(Key::Kind::escape), Key::character('r'), Key::character('b')})
+        v.bindings.push_back(KeyBinding{key, "", "", DashboardCommand{DashboardCommand::Kind::hideCode, std::nullopt}});
+    v.bindings.push_back(KeyBinding{Key::character('q'), "q", "", DashboardCommand{DashboardCommand::Kind::quit, std::nullopt}});
+}
+
+namespace {
+
+std::vector<std::string> renderCodePage(const DashboardView& v, int width, int height) {
+    const auto& phone = v.popover.settings->phone;
+    auto drawing = drawQrForTerminal(*phone.qrText, v.color ? QrStyle::ansi : QrStyle::plain, height);
+    std::vector<std::string> code;
+    if (drawing) {
+        std::istringstream lines(*drawing);
+        for (std::string line; std::getline(lines, line);) code.push_back(line);
+    }
+    if (!code.empty() && displayWidth(code.front()) > width - 1) {  // a wrapped line breaks the code
+        code.clear();
+        drawing.reset();
+    }
+    const int codeWidth = code.empty() ? 0 : displayWidth(code.front());
+    // The words stand beside the code when there is room, else the code alone says enough.
+    std::vector<std::string> words{v.popover.settings->phone.toggle.title, ""};
+    int n = 1;
+    for (const auto& step : phone.steps) words.push_back(std::to_string(n++) + ". " + step);
+    if (phone.server) words.insert(words.end(), {"", phone.server->title + ":", phone.server->value});
+    if (!drawing) words.insert(words.end(), {"", T("QR 코드가 이 창에 맞지 않아요.", "The QR code does not fit this window."), *phone.qrText});
+    words.insert(words.end(), {"", T("Esc 뒤로 · q 종료", "Esc back · q quit")});
+    const int room = width - 1 - codeWidth - 2;
+    std::vector<std::string> out;
+    for (int i = 0; i < height; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        std::string line = at < code.size() ? code[at] : std::string(static_cast<std::size_t>(codeWidth), ' ');
+        if (at < words.size() && room >= 12) line += "  " + fitToWidth(words[at], room);
+        out.push_back(at < code.size() || (at < words.size() && room >= 12) ? line : "");
+    }
+    return out;
+}
+
+}  // namespace
 
 std::vector<std::string> renderDashboard(const DashboardView& v, int width, int height, int& scroll) {
     width = std::max(width, 20);
     height = std::max(height, 6);
     const Style st{v.color};
+    if (v.codePage && v.popover.settings && v.popover.settings->phone.qrText) return renderCodePage(v, width, height);
 
     // Title bar: the status item (icon and live title) on the right.
     std::string item = glyph(v.status.symbol);
@@ -284,7 +326,7 @@ std::vector<std::string> renderDashboard(const DashboardView& v, int width, int 
     if (v.popover.screen == Screen::settings && v.popover.settings) settingsPage(v, *v.popover.settings, st, body);
     else if (v.popover.main) mainPage(v, *v.popover.main, st, body);
 
-    const std::vector<std::string> keys = keyMap(v, width);
+    const std::vector<std::string> keys = v.prompt ? std::vector<std::string>{*v.prompt} : keyMap(v, width);
     const int space = std::max(1, height - 2 - static_cast<int>(keys.size()));  // title and rule
     const int maxScroll = std::max(0, static_cast<int>(body.size()) - space);
     scroll = std::clamp(scroll, 0, maxScroll);

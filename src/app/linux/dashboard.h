@@ -19,8 +19,11 @@ struct DashboardView {
     std::vector<KeyBinding> bindings;
     std::optional<std::string> welcome;  // first launch: where to find the settings
     std::optional<std::string> notice;   // the answer to the last key, when it has one
-    std::vector<std::string> qrLines;    // the phone's subscribe QR code, when the settings page shows it
     bool color = true;                   // ANSI attributes (bold, dim, inverse)
+    // The phone's QR code on a screen of its own (the settings page links to it); shown
+    // only while the settings page offers the code.
+    bool codePage = false;
+    std::optional<std::string> prompt;   // an entry line in place of the key map
 };
 
 // Builds the frame's content for the controller's current state. `welcome` is shown on the
@@ -42,12 +45,17 @@ std::optional<std::string> noticeInsteadOf(const Action& action);
 // Bindings for controls that are disabled here but still answer with a notice.
 void addNoticeBindings(std::vector<KeyBinding>& bindings, const PopoverModel& popover);
 
+// Turns `view` into the code page: the QR code and a way back (Esc, r, b), q still quits.
+// Nothing changes when the settings page offers no code.
+void showCodePage(DashboardView& view);
+
 // The first-launch hint.
 std::string welcomeText();
 
 // Lays the frame out in exactly `height` lines of at most `width` columns: a title bar with
 // the status item, the page (scrolled by `scroll` lines when it is taller than the space,
-// clamped into range and written back), and the key map in the last lines.
+// clamped into range and written back), and the key map in the last lines. The code page
+// is the QR code at the size that fits `height` with the instructions beside it.
 std::vector<std::string> renderDashboard(const DashboardView& view, int width, int height, int& scroll);
 
 }  // namespace duskwell

@@ -14,6 +14,8 @@
 #include "core/awake_controller.h"
 #include "core/observable.h"
 #include "dashboard.h"
+#include "phone/ntfy_access.h"
+#include "phone_server_prompt.h"
 
 namespace duskwell {
 
@@ -34,6 +36,8 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
     Subscription subscription;
     std::string lastFrame;
     int scroll = 0;
+    bool codePage = false;                    // the QR code on its own screen
+    std::optional<PhoneServerPrompt> prompt;  // the ntfy server being entered
     bool pending = false;
     bool closed = false;
     char buf[64] = {};
@@ -64,8 +68,7 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
         if (closed || !terminal) return;
         if (screenShown() != Screen::main) welcome.reset();  // seen the settings once: enough
         const auto [w, h] = terminal->size();
-        DashboardView view = makeDashboardView(controller, welcome, color);
-        view.notice = notice;
+        const DashboardView view = currentView();
         std::string frame;
         for (const auto& line : renderDashboard(view, w, h, scroll)) {
             if (!frame.empty()) frame += "\n";
@@ -77,6 +80,30 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
     }
 
     Screen screenShown() const { return controller.screen(); }
+
+    DashboardView currentView() {
+        DashboardView view = makeDashboardView(controller, welcome, color);
+        view.notice = notice;
+        if (codePage) showCodePage(view);
+        codePage = view.codePage;  // the code went away (alerts switched off): back to the page
+        if (prompt) view.prompt = prompt->line();
+        return view;
+    }
+
+    // Keys go to the entry line while it is open.
+    void feedPrompt(const Key& key) {
+        switch (prompt->feed(key)) {
+            case PhoneServerPrompt::Result::editing:
+                return;
+            case PhoneServerPrompt::Result::cancelled:
+                break;
+            case PhoneServerPrompt::Result::done:
+                controller.setPhoneServer(prompt->server());
+                if (const auto& token = prompt->tokenChange()) controller.setPhoneToken(*token);
+                break;
+        }
+        prompt.reset();
+    }
 
     void tickClock() {
         clock.expires_after(std::chrono::seconds(1));
@@ -108,7 +135,12 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
 
     // False when the dashboard is finished.
     bool handle(const Key& key) {
-        const DashboardView view = makeDashboardView(controller, welcome, color);
+        if (prompt) {
+            feedPrompt(key);
+            redraw();
+            return true;
+        }
+        const DashboardView view = currentView();
         const auto command = commandForKey(view.bindings, key);
         if (!command) return true;
         notice.reset();
@@ -122,6 +154,12 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
             case DashboardCommand::Kind::scrollUp:
                 --scroll;
                 break;
+            case DashboardCommand::Kind::showCode:
+                codePage = true;
+                break;
+            case DashboardCommand::Kind::hideCode:
+                codePage = false;
+                break;
             case DashboardCommand::Kind::perform: {
                 if ((notice = noticeInsteadOf(*command->action))) break;
                 const ActionOutcome outcome = perform(controller, *command->action);
@@ -129,6 +167,8 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
                     if (onQuit) onQuit();
                     return false;
                 }
+                if (outcome.askPhoneServer)
+                    prompt.emplace(controller.phone().serverURL(), NtfyAccess::publicServer());
                 break;
             }
         }

@@ -19,9 +19,12 @@
 
 #include "app/view_state.h"
 #include "commands/control_protocol.h"
+#include "commands/phone_request.h"
 #include "core/app_config.h"
 #include "core/localization.h"
 #include "dashboard.h"
+#include "phone/ntfy_access.h"
+#include "phone_server_prompt.h"
 #include "terminal_session.h"
 
 namespace duskwell {
@@ -121,6 +124,8 @@ private:
         v.bindings.push_back(KeyBinding{Key::character('Q'), "Q", T("서비스 중지", "stop service"),
                                         DashboardCommand{DashboardCommand::Kind::perform, Action::make(Action::Kind::quit)}});
         v.notice = notice_;
+        if (codePage_) showCodePage(v);
+        if (prompt_) v.prompt = prompt_->line();
         return v;
     }
 
@@ -171,6 +176,11 @@ private:
     // False when the dashboard is finished.
     bool handle(const Key& key) {
         if (!state_) return true;
+        if (prompt_) {
+            feedPrompt(key);
+            redraw();
+            return true;
+        }
         const auto command = commandForKey(view().bindings, key);
         if (!command) return true;
         notice_.reset();
@@ -180,10 +190,27 @@ private:
                 return false;
             case DashboardCommand::Kind::scrollDown: ++scroll_; break;
             case DashboardCommand::Kind::scrollUp: --scroll_; break;
+            case DashboardCommand::Kind::showCode: codePage_ = true; break;
+            case DashboardCommand::Kind::hideCode: codePage_ = false; break;
             case DashboardCommand::Kind::perform: perform(*command->action); break;
         }
         redraw();
         return true;
+    }
+
+    // The server and token go to the service as socket-only requests, never as URLs.
+    void feedPrompt(const Key& key) {
+        switch (prompt_->feed(key)) {
+            case PhoneServerPrompt::Result::editing:
+                return;
+            case PhoneServerPrompt::Result::cancelled:
+                break;
+            case PhoneServerPrompt::Result::done:
+                send(PhoneRequest::server(prompt_->server()));
+                if (const auto& token = prompt_->tokenChange()) send(PhoneRequest::token(*token));
+                break;
+        }
+        prompt_.reset();
     }
 
     // The page and its scroll are this window's own; everything else is the service's.
@@ -197,6 +224,11 @@ private:
             case Action::Kind::back:
                 screen_ = Screen::main;
                 scroll_ = 0;
+                return;
+            case Action::Kind::editPhoneServer:
+                // The server row shows the address in use; the prompt offers it for editing.
+                prompt_.emplace(state_->settings.phone.server ? state_->settings.phone.server->value : std::string(),
+                                NtfyAccess::publicServer());
                 return;
             case Action::Kind::quit:
                 stopping_ = true;
@@ -253,6 +285,8 @@ private:
     std::string lastFrame_;
     const bool color_ = terminalWantsColor();
     char keys_[64] = {};
+    bool codePage_ = false;
+    std::optional<PhoneServerPrompt> prompt_;  // the ntfy server being entered
     bool stopping_ = false;
     bool done_ = false;
     int status_ = 0;

@@ -71,6 +71,9 @@ void settingsBindings(std::vector<KeyBinding>& out, const SettingsPageModel& s) 
         if (t.enabled) bindKey(out, static_cast<char>('1' + i), "", performing(t.action));
     }
     if (s.phone.test) bindButton(out, 'x', *s.phone.test);
+    // The QR code gets a screen of its own: within the page it would not fit 24 lines.
+    if (s.phone.qrText) bindKey(out, 'r', "", Cmd{Cmd::Kind::showCode, std::nullopt});
+    if (s.phone.server && s.phone.server->button) bindButton(out, 'v', *s.phone.server->button);
     const char behaviorKeys[] = {'m', 'l', 'h', 'o'};
     for (std::size_t i = 0; i < s.behavior.toggles.size() && i < 4; ++i) {
         if (s.behavior.toggles[i].enabled) bindKey(out, behaviorKeys[i], "", performing(s.behavior.toggles[i].action));
@@ -128,6 +131,10 @@ std::vector<Key> decodeKeys(std::string_view bytes) {
         if (b == '\r' || b == '\n') {
             keys.push_back(Key::special(Key::Kind::enter));
             if (b == '\r' && i + 1 < bytes.size() && bytes[i + 1] == '\n') ++i;
+            continue;
+        }
+        if (b == 0x7f || b == 0x08) {
+            keys.push_back(Key::special(Key::Kind::backspace));
             continue;
         }
         if (b >= 0x20 && b < 0x7f) keys.push_back(Key::character(static_cast<char>(b)));

@@ -11,7 +11,7 @@ namespace duskwell {
 
 // One key press, decoded from the raw bytes a terminal sends.
 struct Key {
-    enum class Kind { character, escape, enter, up, down };
+    enum class Kind { character, escape, enter, up, down, backspace };
     Kind kind = Kind::character;
     char ch = 0;  // for `character`: the ASCII character
     bool operator==(const Key&) const = default;
@@ -20,12 +20,12 @@ struct Key {
 };
 
 // Splits raw terminal input into keys: printable ASCII, Enter (CR or LF), a lone Esc,
-// and the Up/Down arrows (CSI or SS3 form). Other escape sequences and bytes are dropped.
+// Backspace (DEL or BS), and the Up/Down arrows (CSI or SS3 form). Other escape sequences and bytes are dropped.
 std::vector<Key> decodeKeys(std::string_view bytes);
 
 // What a key does in the dashboard.
 struct DashboardCommand {
-    enum class Kind { perform, quit, scrollUp, scrollDown };
+    enum class Kind { perform, quit, scrollUp, scrollDown, showCode, hideCode };
     Kind kind = Kind::perform;
     std::optional<Action> action;  // for `perform`
     bool operator==(const DashboardCommand&) const = default;

@@ -9,6 +9,8 @@
 #include "core/awake_controller.h"
 #include "dashboard.h"
 #include "dashboard_keys.h"
+#include "phone/qr_code.h"
+#include "phone_server_prompt.h"
 #include "terminal_text.h"
 #include "testing/fakes.h"
 
@@ -35,7 +37,8 @@ TEST(DashboardKeys, DecodesPrintablesEnterEscAndArrows) {
     EXPECT_EQ(decodeKeys("\x1b[1;5Cs"), (std::vector<Key>{Key::character('s')}));
     EXPECT_EQ(decodeKeys("\x1b[15~"), std::vector<Key>{});
     EXPECT_EQ(decodeKeys("\x1bq"), std::vector<Key>{});  // Alt+q is not q
-    EXPECT_EQ(decodeKeys("\x7f\x01"), std::vector<Key>{});
+    EXPECT_EQ(decodeKeys("\x7f\x01\x08"),
+              (std::vector<Key>{Key::special(Kind::backspace), Key::special(Kind::backspace)}));
 }
 
 class DashboardWithController : public ::testing::Test {
@@ -165,6 +168,102 @@ TEST_F(DashboardWithController, TimerPresetsAreDigitsShownBesideTheChipsAndCount
     EXPECT_NE(frame.find("1-" + std::to_string(presets.size()) + "/0 presets"), std::string::npos) << frame;
     c.setScreen(Screen::settings);
     EXPECT_FALSE(makeDashboardView(c, welcomeText(), false).welcome.has_value());
+}
+
+// At 80x24 the subscribe code cannot share the settings page: r gives it the whole window,
+// drawn at the size that fits, with the words beside it; Esc returns.
+TEST_F(DashboardWithController, ThePhoneCodeHasAScreenOfItsOwnThatFits80x24) {
+    c.setPhone(true);
+    c.setScreen(Screen::settings);
+    for (const std::string server : {"", "https://ntfy.example-home.net:8443"}) {
+        SCOPED_TRACE(server.empty() ? "public server" : server);
+        ASSERT_TRUE(c.setPhoneServer(server));
+        DashboardView v = makeDashboardView(c, std::nullopt, false);
+        EXPECT_EQ(commandForKey(v.bindings, Key::character('r'))->kind, Cmd::Kind::showCode);
+        const std::string link = *v.popover.settings->phone.qrText;
+        showCodePage(v);
+        EXPECT_EQ(commandForKey(v.bindings, Key::special(Key::Kind::escape))->kind, Cmd::Kind::hideCode);
+        EXPECT_EQ(commandForKey(v.bindings, Key::character('q'))->kind, Cmd::Kind::quit);
+        EXPECT_FALSE(commandForKey(v.bindings, Key::character('m'))) << "the settings' keys rest meanwhile";
+
+        int scroll = 0;
+        const auto lines = renderDashboard(v, 80, 24, scroll);
+        ASSERT_EQ(lines.size(), 24u);
+        for (const auto& l : lines) EXPECT_LE(displayWidth(l), 79) << l;
+        // The code is the drawing for 24 lines, whole, at the left of the window.
+        const auto drawing = drawQrForTerminal(link, QrStyle::plain, 24);
+        ASSERT_TRUE(drawing.has_value());
+        std::size_t row = 0;
+        for (std::size_t at = 0, end; (end = drawing->find('\n', at)) != std::string::npos; at = end + 1, ++row) {
+            const std::string codeLine = drawing->substr(at, end - at);
+            ASSERT_LT(row, lines.size());
+            EXPECT_EQ(lines[row].substr(0, codeLine.size()), codeLine) << "row " << row;
+        }
+        EXPECT_NE(joined(lines).find("Esc back"), std::string::npos) << joined(lines);
+    }
+}
+
+TEST_F(DashboardWithController, TheServerRowShowsTheServerAndTokenStateAndVAsksForThem) {
+    c.setPhone(true);
+    c.setScreen(Screen::settings);
+    ASSERT_TRUE(c.setPhoneServer("https://ntfy.example.com"));
+    ASSERT_TRUE(c.setPhoneToken("tk_hidden_value"));
+    int scroll = 0;
+    const DashboardView v = makeDashboardView(c, std::nullopt, false);
+    const std::string frame = joined(renderDashboard(v, 120, 80, scroll));
+    EXPECT_NE(frame.find("ntfy server — Access token set   https://ntfy.example.com   [v] Change"), std::string::npos)
+        << frame;
+    EXPECT_EQ(frame.find("tk_hidden_value"), std::string::npos);
+    const auto action = actionFor(v.bindings, 'v');
+    ASSERT_TRUE(action.has_value());
+    EXPECT_TRUE(perform(c, *action).askPhoneServer);
+}
+
+// Keys typed into the server and token line, and what the dashboard is then asked to set.
+TEST(PhoneServerPrompt, TakesTheServerThenTheTokenAndNeverShowsTheToken) {
+    testing::TestEnvironment env;
+    using R = PhoneServerPrompt::Result;
+    const std::string publicServer = "https://ntfy.sh";
+    struct Case {
+        const char* what;
+        std::string current;
+        std::string typed;  // "\r" is Enter, "\x7f" Backspace, "\x1b" Esc
+        R result;
+        std::string server;
+        std::optional<std::optional<std::string>> token;
+    };
+    const Case cases[] = {
+        {"new server and token", publicServer, "https://ntfy.example.com\rtk_abc\r", R::done,
+         "https://ntfy.example.com", std::optional<std::string>("tk_abc")},
+        {"empty line: the public server, token kept", "https://old.example.com",
+         std::string(23, '\x7f') + "\r\r", R::done, "", std::nullopt},
+        {"the offered address kept, token removed", "https://old.example.com", "\r-\r", R::done,
+         "https://old.example.com", std::optional<std::string>()},
+        {"a path is refused and the line stays", publicServer, "https://x.example.com/p\r", R::editing, "",
+         std::nullopt},
+        {"corrected with Backspace", publicServer, "https://x.example.com/p\x7f\x7f\r\r", R::done,
+         "https://x.example.com", std::nullopt},
+        {"Esc cancels", publicServer, "https://x.example.com\rtk_abc\x1b", R::cancelled, "", std::nullopt},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.what);
+        PhoneServerPrompt prompt(k.current, publicServer);
+        R result = R::editing;
+        std::string shown;
+        for (const Key& key : decodeKeys(k.typed)) {
+            result = prompt.feed(key);
+            shown += prompt.line() + "\n";
+            if (result != R::editing) break;
+        }
+        EXPECT_EQ(result, k.result);
+        EXPECT_EQ(shown.find("tk_abc"), std::string::npos) << shown;
+        if (result == R::editing) {
+            EXPECT_NE(prompt.line().find("https://host[:port]"), std::string::npos);
+        }
+        if (result != R::done) continue;
+        EXPECT_EQ(prompt.server(), k.server);
+        EXPECT_EQ(prompt.tokenChange(), k.token);
+    }
 }
 
 }  // namespace

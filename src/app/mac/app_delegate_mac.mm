@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,11 @@
 #include "commands/control_socket.h"
 #include "core/app_config.h"
 #include "core/dispatcher.h"
+#include "core/localization.h"
 #include "core/services.h"
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
+#include "phone/ntfy_access.h"
 
 // Last: Carbon's old macros (AssertMacros' check, verify, require) must not reach our headers.
 #import <Carbon/Carbon.h>
@@ -80,6 +83,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 - (void)startControlServer;
 - (void)controllerDidChange;
 - (void)finalStop;
+- (void)askPhoneServer;
 @end
 
 @implementation AppDelegate {
@@ -134,7 +138,54 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
             [self showPopover];
         });
     }
+    if (out.askPhoneServer) {
+        // After the popover's click has finished: the alert runs its own modal loop.
+        dispatch_async(dispatch_get_main_queue(), ^{
+            [self askPhoneServer];
+        });
+    }
     if (out.terminate) [NSApp terminate:nil];  // applicationWillTerminate performs the stop
+}
+
+// The self-hosted ntfy server and its access token, in one alert. The token field is a
+// secure one and starts empty: the token is never shown again once set.
+- (void)askPhoneServer {
+    using duskwell::T;
+    const std::string current = _controller->phone().serverURL();
+    NSTextField* server =
+        [NSTextField textFieldWithString:ns(current == duskwell::NtfyAccess::publicServer() ? "" : current)];
+    server.placeholderString = @"https://ntfy.example.com";
+    NSSecureTextField* token = [NSSecureTextField textFieldWithString:@""];
+    token.placeholderString = ns(_controller->phone().hasToken()
+                                     ? T("액세스 토큰: 비우면 유지, - 입력 시 삭제", "Access token: empty keeps it, - removes it")
+                                     : T("액세스 토큰 (선택)", "Access token (optional)"));
+    [server.widthAnchor constraintEqualToConstant:300].active = YES;
+    [token.widthAnchor constraintEqualToConstant:300].active = YES;
+    NSStackView* fields = [NSStackView stackViewWithViews:@[ server, token ]];
+    fields.orientation = NSUserInterfaceLayoutOrientationVertical;
+    fields.spacing = 8;
+
+    NSAlert* alert = [[NSAlert alloc] init];
+    alert.messageText = ns(T("ntfy 서버", "ntfy server"));
+    alert.informativeText = ns(T("비워 두면 공개 서버를 써요.", "Leave it empty for the public server."));
+    alert.accessoryView = fields;
+    [alert addButtonWithTitle:ns(T("저장", "Save"))];
+    [alert addButtonWithTitle:ns(T("취소", "Cancel"))];
+    if ([alert runModal] != NSAlertFirstButtonReturn) return;
+
+    const std::string serverText = server.stringValue.UTF8String ? server.stringValue.UTF8String : "";
+    const std::string tokenText = token.stringValue.UTF8String ? token.stringValue.UTF8String : "";
+    if (!_controller->setPhoneServer(serverText)) {
+        _controller->setLastMessage(T("ntfy 서버 주소가 올바르지 않아요 (https://호스트[:포트]).",
+                                      "Not an ntfy server address (https://host[:port])."));
+        return;
+    }
+    if (tokenText.empty()) return;
+    const auto change = tokenText == "-" ? std::nullopt : std::optional<std::string>(tokenText);
+    if (!_controller->setPhoneToken(change)) {
+        _controller->setLastMessage(T("액세스 토큰은 공백 없는 인쇄 가능한 문자여야 해요.",
+                                      "An access token is printable characters without blanks."));
+    }
 }
 
 - (void)applicationDidFinishLaunching:(NSNotification*)notification {
@@ -241,7 +292,7 @@ OSStatus hotKeyHandler(EventHandlerCallRef, EventRef, void* userData) {
 }
 
 // Every way out except a crash comes here once: quit (through termination), power-off and
-// the signals.
+// the signals. The shutdown action also leaves status.json saying inactive, freshly dated.
 - (void)finalStop {
     if (_stopped) return;
     _stopped = YES;

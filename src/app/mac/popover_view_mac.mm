@@ -255,6 +255,7 @@ static const CGFloat kWidth = 340;
         [_stack addArrangedSubview:[self row:@[ [self button:*p.phone.test], [self button:*p.phone.copy] ]]];
     }
     if (p.phone.lastResult) [_stack addArrangedSubview:[self text:*p.phone.lastResult size:11 bold:NO]];
+    if (p.phone.server) [_stack addArrangedSubview:[self infoRow:*p.phone.server]];
     for (const std::string& f : p.phone.features) [_stack addArrangedSubview:[self text:f size:11 bold:NO]];
 
     [_stack addArrangedSubview:[self text:p.behavior.title size:13 bold:YES]];

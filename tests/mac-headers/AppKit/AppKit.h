@@ -10,6 +10,8 @@ typedef CGFloat NSFontWeight;
 typedef NSString* NSAttributedStringKey;
 typedef NSString* NSPasteboardType;
 typedef NSInteger NSControlStateValue;
+typedef NSInteger NSModalResponse;
+static const NSModalResponse NSAlertFirstButtonReturn = 1000;
 static const NSControlStateValue NSControlStateValueOff = 0;
 static const NSControlStateValue NSControlStateValueOn = 1;
 static const CGFloat NSVariableStatusItemLength = -1;
@@ -162,7 +164,18 @@ extern const NSNotificationName NSWorkspaceWillPowerOffNotification;
 
 @interface NSTextField : NSControl
 + (instancetype)wrappingLabelWithString:(NSString*)stringValue;
++ (instancetype)textFieldWithString:(NSString*)stringValue;
 @property CGFloat preferredMaxLayoutWidth;
+@property(nullable, copy) NSString* placeholderString;
+@end
+@interface NSSecureTextField : NSTextField
+@end
+@interface NSAlert : NSObject
+@property(copy) NSString* messageText;
+@property(copy) NSString* informativeText;
+@property(nullable, strong) NSView* accessoryView;
+- (NSButton*)addButtonWithTitle:(NSString*)title;
+- (NSModalResponse)runModal;
 @end
 @interface NSImageView : NSControl
 + (instancetype)imageViewWithImage:(NSImage*)image;
