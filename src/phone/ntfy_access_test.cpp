@@ -41,7 +41,7 @@ TEST(NtfyAccess, ServerAddressesAreAnHttpRootOrNothing) {
 TEST(NtfyAccess, TokensAreVisibleAsciiOnly) {
     EXPECT_TRUE(NtfyAccess::validToken("tk_AgQdq7mVBoFD37zQVN29RhuMzNIz2"));
     EXPECT_TRUE(NtfyAccess::validToken(std::string(256, 'a')));
-    for (const std::string bad : {std::string(), std::string(257, 'a'), std::string("tk 1"), std::string("tk\r\nX: 1"),
+    for (const std::string& bad : {std::string(), std::string(257, 'a'), std::string("tk 1"), std::string("tk\r\nX: 1"),
                                   std::string("tk\t1"), std::string("t\xc3\xa9")})
         EXPECT_FALSE(NtfyAccess::validToken(bad)) << bad;
 }
