@@ -116,15 +116,6 @@ std::optional<bool> Connection::boolProperty(const char* d, const char* p, const
     if (!v) return std::nullopt;
     return *v != 0;
 }
-std::optional<double> Connection::doubleProperty(const char* d, const char* p, const char* i, const char* n) {
-    return trivialProperty<double>(d, p, i, n, 'd');
-}
-std::optional<std::int64_t> Connection::int64Property(const char* d, const char* p, const char* i, const char* n) {
-    return trivialProperty<std::int64_t>(d, p, i, n, 'x');
-}
-std::optional<std::uint32_t> Connection::uint32Property(const char* d, const char* p, const char* i, const char* n) {
-    return trivialProperty<std::uint32_t>(d, p, i, n, 'u');
-}
 
 std::optional<std::string> Connection::stringProperty(const char* d, const char* p, const char* i, const char* n) {
     std::lock_guard lock(mutex_);
@@ -136,15 +127,6 @@ std::optional<std::string> Connection::stringProperty(const char* d, const char*
     std::string out = value;
     std::free(value);
     return out;
-}
-
-bool Connection::setStringProperty(const char* d, const char* p, const char* i, const char* n,
-                                   const std::string& value) {
-    std::lock_guard lock(mutex_);
-    ErrorScope e;
-    const int r = sd_bus_set_property(bus_, d, p, i, n, &e.error, "s", value.c_str());
-    wake();
-    return r >= 0;
 }
 
 bool Connection::hasOwner(const char* name) {

@@ -68,16 +68,8 @@ public:
     // another type.
     std::optional<bool> boolProperty(const char* destination, const char* path, const char* interface,
                                      const char* name);
-    std::optional<double> doubleProperty(const char* destination, const char* path, const char* interface,
-                                         const char* name);
-    std::optional<std::int64_t> int64Property(const char* destination, const char* path, const char* interface,
-                                              const char* name);
-    std::optional<std::uint32_t> uint32Property(const char* destination, const char* path, const char* interface,
-                                                const char* name);
     std::optional<std::string> stringProperty(const char* destination, const char* path, const char* interface,
                                               const char* name);
-    bool setStringProperty(const char* destination, const char* path, const char* interface, const char* name,
-                           const std::string& value);
 
     // Whether a name has an owner on this bus right now.
     bool hasOwner(const char* name);

@@ -53,8 +53,8 @@ public:
     std::optional<OwnedFd> inhibit(const std::string& what, const std::string& who, const std::string& why,
                                    const std::string& mode);
     // power-profiles-daemon's ActiveProfile ("power-saver", "balanced", "performance").
+    // Changing it is the root helper's job (docs/power.md).
     std::optional<std::string> powerProfile();
-    bool setPowerProfile(const std::string& profile);
     // Locks this user's session through logind (XDG_SESSION_ID, else our own session, else
     // the user's display session). False when logind refused or is not there.
     bool lockSession();

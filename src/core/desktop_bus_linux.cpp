@@ -206,14 +206,6 @@ std::optional<std::string> SystemBusClient::powerProfile() {
     return std::nullopt;
 }
 
-bool SystemBusClient::setPowerProfile(const std::string& profile) {
-    dbus::Connection* c = impl_->bus.get();
-    if (!c) return false;
-    for (const auto& s : profileServices)
-        if (c->setStringProperty(s.name, s.path, s.name, "ActiveProfile", profile)) return true;
-    return false;
-}
-
 bool SystemBusClient::lockSession() {
     dbus::Connection* c = impl_->bus.get();
     if (!c) return false;
@@ -374,10 +366,9 @@ std::optional<OwnedFd> SystemBusClient::inhibit(const std::string&, const std::s
     return std::nullopt;
 }
 std::optional<std::string> SystemBusClient::powerProfile() { return std::nullopt; }
-bool SystemBusClient::setPowerProfile(const std::string&) { return false; }
 bool SystemBusClient::lockSession() { return false; }
 bool SystemBusClient::logindAvailable() { return false; }
-std::optional<UPowerReading> SystemBusClient::upower(UPowerPart part) { return std::nullopt; }
+std::optional<UPowerReading> SystemBusClient::upower(UPowerPart) { return std::nullopt; }
 
 struct SessionBusClient::Impl {};
 SessionBusClient::SessionBusClient() = default;

@@ -2,12 +2,8 @@
 #include "power/power_sources_linux.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
+#include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 #include "power/system_info.h"
 #include "testing/fakes.h"
@@ -20,8 +16,22 @@ using testing::readFile;
 using testing::writeFile;
 
 // A fake machine: sysfs, procfs and programs below a temporary root.
+// UPower would otherwise answer before the fake tree: the system bus points nowhere here.
+struct NoSystemBus {
+    std::optional<std::string> saved;
+    NoSystemBus() {
+        if (const char* v = std::getenv("DBUS_SYSTEM_BUS_ADDRESS")) saved = v;
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/duskwell-test-bus", 1);
+    }
+    ~NoSystemBus() {
+        if (saved) ::setenv("DBUS_SYSTEM_BUS_ADDRESS", saved->c_str(), 1);
+        else ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    }
+};
+
 class FakeRoot : public ::testing::Test {
 protected:
+    NoSystemBus noBus;
     testing::TestEnvironment env;  // installs the scripted command runner
     testing::TempDir root;
     LinuxPowerSources power{root.path()};
@@ -29,11 +39,6 @@ protected:
     void supply(const std::string& name, std::map<std::string, std::string> attributes) {
         for (const auto& [k, v] : attributes)
             writeFile(root.path() + "/sys/class/power_supply/" + name + "/" + k, v + "\n");
-    }
-    void program(const std::string& name, const std::string& script) {
-        const std::string path = root.path() + "/usr/bin/" + name;
-        writeFile(path, "#!/bin/sh\n" + script);
-        fs::permissions(path, fs::perms::owner_all);
     }
     BatteryInfo battery() { return SystemInfo::batteryFrom(power.powerSources()); }
 };
