@@ -105,8 +105,12 @@ std::string endsAt(const DaemonHome& home) {
     return s ? s->value("endsAt", std::string()) : std::string();
 }
 
-#define SKIP_WITHOUT_TOOLS() \
-    if (!toolsPresent()) GTEST_SKIP() << "needs dbus-daemon and python3-dbus (scripts/deps-debian.txt)"
+#define SKIP_WITHOUT_TOOLS()                                                                  \
+    do {                                                                                      \
+        if (!toolsPresent()) {                                                                \
+            GTEST_SKIP() << "needs dbus-daemon and python3-dbus (scripts/deps-debian.txt)"; \
+        }                                                                                     \
+    } while (false)
 
 // The inhibitor lives exactly as long as the period, and dies with the daemon; the power
 // profile it read over the bus is raised and given back through the helper.
@@ -212,7 +216,9 @@ TEST(DesktopBus, MissingBusOrServicesAreNeutralAndNeverHang) {
         ASSERT_EQ(desk.home.cli({"stop"}).status, 0);
         EXPECT_TRUE(waitFor([&] { return !active(desk.home); }, 5)) << desk.why();
         EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
-        if (setup == Setup::refusingLogind) EXPECT_EQ(desk.count("call", "Inhibit"), 1);
+        if (setup == Setup::refusingLogind) {
+            EXPECT_EQ(desk.count("call", "Inhibit"), 1);
+        }
         EXPECT_EQ(daemon->terminate(), 0) << desk.why();
     }
 }
