@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <mutex>
@@ -255,7 +256,12 @@ struct SessionBusClient::Impl {
                     subscribed = nullptr;
                 }};
     std::mutex mutex;  // guards `pending`: written by callers, read on the pump thread
-    std::map<std::uint32_t, std::function<void(const std::string&)>> pending;
+    // Per shown notification: its button ids and who hears the picked one.
+    struct Pending {
+        std::vector<std::string> ids;
+        std::function<void(const std::string&)> onButton;
+    };
+    std::map<std::uint32_t, Pending> pending;
 
     // Subscribes once per connection (a new connection after the bus came back needs anew).
     void listen(dbus::Connection& c) {
@@ -268,8 +274,11 @@ struct SessionBusClient::Impl {
             {
                 std::lock_guard lock(mutex);
                 const auto it = pending.find(id);
-                if (it == pending.end()) return;
-                handler = std::move(it->second);
+                // Only a button we offered: any peer on the bus can send this signal.
+                if (it == pending.end() ||
+                    std::find(it->second.ids.begin(), it->second.ids.end(), key) == it->second.ids.end())
+                    return;
+                handler = std::move(it->second.onButton);
                 pending.erase(it);  // one answer per notification
             }
             if (handler) handler(key);
@@ -318,7 +327,11 @@ bool SessionBusClient::notify(const std::string& appName, const std::string& tit
     if (!reply || sd_bus_message_read(reply.get(), "u", &id) < 0) return false;
     if (!buttons.empty() && onButton) {
         std::lock_guard lock(impl_->mutex);
-        impl_->pending[id] = std::move(onButton);
+        std::vector<std::string> ids;
+        for (const auto& b : buttons) ids.push_back(b.id);
+        impl_->pending[id] = {std::move(ids), std::move(onButton)};
+        // A server that never says "closed" must not make this grow: the oldest go first.
+        while (impl_->pending.size() > 16) impl_->pending.erase(impl_->pending.begin());
     }
     return true;
 }
