@@ -47,6 +47,13 @@ public:
         }
         ::setenv(name.c_str(), value.c_str(), 1);
     }
+    void unset(const std::string& name) {
+        if (!saved_.count(name)) {
+            const char* old = std::getenv(name.c_str());
+            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
+        }
+        ::unsetenv(name.c_str());
+    }
     ~EnvScope() {
         for (const auto& [name, value] : saved_) {
             if (value) ::setenv(name.c_str(), value->c_str(), 1);

@@ -83,6 +83,10 @@ AwakeController::AwakeController() {
         if (weak.lock()) publish(thermal_, state);
     });
 
+    // Runs on the main thread.
+    services().platform->setNotificationButtonHandler([this, weak](const std::string& id) {
+        if (weak.lock()) handleURL(id);
+    });
     if (canNotify()) {
         services().platform->requestNotificationAuthorization();
         refreshPermissions();
@@ -91,7 +95,7 @@ AwakeController::AwakeController() {
     if (!frozen_) scanAgents();
 }
 
-AwakeController::~AwakeController() = default;
+AwakeController::~AwakeController() { services().platform->setNotificationButtonHandler({}); }
 
 void AwakeController::setMode(KeepMode mode) {
     publish(mode_, mode);

@@ -11,6 +11,7 @@
 #include "core/date.h"
 #include "core/keep_mode.h"
 #include "core/observable.h"
+#include "core/platform.h"
 #include "phone/phone_notifier.h"
 #include "power/system_info.h"
 
@@ -170,7 +171,8 @@ private:
     void scanAgents();
     void handleScan(AgentSnapshot snapshot);
     void handlePhone(PhoneNotifier::Command command);
-    void notify(const std::string& title, const std::string& body);
+    void notify(const std::string& title, const std::string& body,
+                const std::vector<NotificationButton>& buttons = {});
     void applyPerformance();
     void restorePerformance();
     void startWatchdog();

@@ -96,7 +96,10 @@ void AwakeController::onTick() {
                   "%가 되면 Duskwell이 멈추고 잠자기해요. 전원을 연결하면 계속 실행돼요.",
               "Battery " + pct + "%" + left + ". At " + floor +
                   "% Duskwell will stop and sleep. Plug in to keep going.");
-        notify(T("배터리 부족", "Battery getting low"), message);
+        // Button ids are our own URLs: a picked one goes through handleURL.
+        notify(T("배터리 부족", "Battery getting low"), message,
+               {{"duskwell://extend?minutes=30", T("30분 연장", "Extend 30 min")},
+                {"duskwell://stop", T("중지", "Stop")}});
         phone_->send(T("🔋 배터리 부족", "🔋 Battery getting low"), message, {}, alertPriority, withActions);
     }
 
@@ -204,9 +207,11 @@ std::string AwakeController::describe(const SessionInfo& session, bool running) 
     return text;
 }
 
-void AwakeController::notify(const std::string& title, const std::string& body) {
+void AwakeController::notify(const std::string& title, const std::string& body,
+                             const std::vector<NotificationButton>& buttons) {
     if (!canNotify()) return;
-    services().platform->postNotification(title, body);
+    if (buttons.empty()) services().platform->postNotification(title, body);
+    else services().platform->postNotificationWithButtons(title, body, buttons);
 }
 
 }  // namespace duskwell

@@ -7,7 +7,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "core/app_config.h"
+#include "core/dispatcher.h"
 #include "core/localization.h"
+#include "core/services.h"
 #include "power/command_runner.h"
 
 namespace fs = std::filesystem;
@@ -112,18 +115,34 @@ std::optional<std::string> LinuxPlatform::resourcePath(const std::string& name) 
     return std::nullopt;
 }
 
-bool LinuxPlatform::canPostNotifications() const { return tool("notify-send").has_value(); }
+bool LinuxPlatform::canPostNotifications() const {
+    return session_.notificationsAvailable();
+}
 
 void LinuxPlatform::notificationPermission(std::function<void(NotificationPermission)> completion) {
     if (!completion) return;
-    completion(tool("notify-send") ? NotificationPermission::authorized : NotificationPermission::denied);
+    completion(session_.notificationsAvailable() ? NotificationPermission::authorized : NotificationPermission::denied);
 }
 
 void LinuxPlatform::postNotification(const std::string& title, const std::string& body) {
-    const auto send = tool("notify-send");
-    if (!send) return;
-    // "--" keeps a title that starts with a dash from reading as an option.
-    runCommand(*send, {"--app-name=Duskwell", "--", title, body});
+    postNotificationWithButtons(title, body, {});
+}
+
+void LinuxPlatform::postNotificationWithButtons(const std::string& title, const std::string& body,
+                                                const std::vector<NotificationButton>& buttons) {
+    Dispatcher* queue = services().dispatcher;
+    // Runs on the bus's pump thread: hop to the main thread, where the handler lives.
+    auto picked = [this, queue](const std::string& id) {
+        queue->post([this, id] {
+            if (buttonHandler_) buttonHandler_(id);
+        });
+    };
+    session_.notify(std::string(AppConfig::name), title, body, buttons,
+                    buttons.empty() ? std::function<void(const std::string&)>() : picked);
+}
+
+void LinuxPlatform::setNotificationButtonHandler(std::function<void(const std::string& id)> handler) {
+    buttonHandler_ = std::move(handler);
 }
 
 std::string LinuxPlatform::unitFile() const {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/desktop_bus.h"
 #include "core/platform.h"
 
 namespace duskwell {
@@ -12,7 +13,8 @@ namespace duskwell {
 //  - home from $HOME, else the password database; user name from the password database;
 //  - languages from LANGUAGE (a colon list), then LC_ALL, LC_MESSAGES, LANG;
 //  - resources beside the executable, then in <exe dir>/../libexec/duskwell (the install);
-//  - notifications through notify-send (authorised exactly when it is installed);
+//  - notifications through org.freedesktop.Notifications on the session bus (authorised
+//    exactly when such a service is on the bus), with buttons as notification actions;
 //  - the login item as the systemd user unit ~/.config/systemd/user/duskwelld.service,
 //    switched with `systemctl --user enable|disable`; enabled means its
 //    default.target.wants link exists;
@@ -41,6 +43,9 @@ public:
     void requestNotificationAuthorization() override {}
     void notificationPermission(std::function<void(NotificationPermission)> completion) override;
     void postNotification(const std::string& title, const std::string& body) override;
+    void postNotificationWithButtons(const std::string& title, const std::string& body,
+                                     const std::vector<NotificationButton>& buttons) override;
+    void setNotificationButtonHandler(std::function<void(const std::string& id)> handler) override;
 
     bool loginItemEnabled() const override;
     std::optional<std::string> setLoginItem(bool enabled) override;
@@ -56,6 +61,8 @@ private:
     std::string executable() const;
     bool stdinIsTerminal() const;
     Options options_;
+    std::function<void(const std::string&)> buttonHandler_;  // main thread only
+    mutable SessionBusClient session_;  // last: its pump thread stops before the rest goes
 };
 
 // The preferred languages from the locale environment: every non-empty entry of LANGUAGE,

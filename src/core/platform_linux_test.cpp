@@ -72,26 +72,6 @@ TEST_F(LinuxPlatformTest, ResourcesAreFoundBesideTheProgramThenInLibexec) {
     EXPECT_EQ(p.resourcePath("duskwell-power"), bin + "/duskwell-power");
 }
 
-TEST_F(LinuxPlatformTest, NotificationsNeedNotifySend) {
-    auto p = platform();
-    NotificationPermission seen = NotificationPermission::notDetermined;
-    p.notificationPermission([&](NotificationPermission v) { seen = v; });
-    EXPECT_EQ(seen, NotificationPermission::denied);
-    EXPECT_FALSE(p.canPostNotifications());
-    p.postNotification("t", "b");
-    EXPECT_TRUE(env.commands.calls().empty());
-
-    const auto send = program("notify-send");
-    p.notificationPermission([&](NotificationPermission v) { seen = v; });
-    EXPECT_EQ(seen, NotificationPermission::authorized);
-    EXPECT_TRUE(p.canPostNotifications()) << "the controller's notify() asks exactly this";
-    p.postNotification("-Duskwell", "Agents finished");
-    ASSERT_EQ(env.commands.calls().size(), 1u);
-    EXPECT_EQ(env.commands.calls()[0].path, send);
-    EXPECT_EQ(env.commands.calls()[0].args,
-              (std::vector<std::string>{"--app-name=Duskwell", "--", "-Duskwell", "Agents finished"}));
-}
-
 TEST_F(LinuxPlatformTest, LoginItemWritesTheUserUnitAndEnablesIt) {
     const auto systemctl = program("systemctl");
     auto p = platform();

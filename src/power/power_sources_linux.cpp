@@ -1,21 +1,9 @@
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
-#include "power/command_runner.h"
 #include "power/power_sources_linux.h"
-
-extern char** environ;
 
 namespace fs = std::filesystem;
 
@@ -112,70 +100,27 @@ std::optional<PowerSourceDescription> describeBattery(const fs::path& dir, bool 
     return d;
 }
 
-int waitFor(pid_t pid) {
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0)
-        if (errno != EINTR) return -1;
-    return status;
-}
-
 }  // namespace
 
-// A running systemd-inhibit whose stdin is the read end of our pipe: it holds the lock for
-// as long as its `cat` sees no end of input, that is until we close our end or die.
-class LinuxPowerSources::Inhibitor {
-public:
-    Inhibitor(pid_t pid, int writeEnd) : pid_(pid), writeEnd_(writeEnd) {}
-    ~Inhibitor() {
-        ::close(writeEnd_);
-        if (pid_ <= 0) return;  // already reaped
-        // Closing our end lets it finish by itself; a stuck child is ended after a second.
-        for (int i = 0; i < 100; ++i) {
-            int status = 0;
-            const pid_t r = ::waitpid(pid_, &status, WNOHANG);
-            if (r == pid_ || (r < 0 && errno != EINTR)) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        ::kill(pid_, SIGTERM);
-        waitFor(pid_);
+std::vector<PowerSourceDescription> describeUPower(const UPowerReading& up) {
+    if (!up.batteryPresent) return {};
+    PowerSourceDescription d;
+    d["Type"] = std::string("InternalBattery");
+    if (up.percent && *up.percent >= 0 && *up.percent <= 100) {
+        d["Current Capacity"] = static_cast<std::int64_t>(std::llround(*up.percent));
+        d["Max Capacity"] = std::int64_t{100};
     }
-    Inhibitor(const Inhibitor&) = delete;
-    Inhibitor& operator=(const Inhibitor&) = delete;
-
-    // Whether the child is still running after `grace` seconds (a refused lock exits at once).
-    bool survives(double grace) {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(grace);
-        do {
-            int status = 0;
-            const pid_t r = ::waitpid(pid_, &status, WNOHANG);
-            if (r == pid_) {
-                pid_ = -1;
-                return false;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        } while (std::chrono::steady_clock::now() < until);
-        return true;
-    }
-    pid_t pid() const { return pid_; }
-
-private:
-    pid_t pid_;
-    int writeEnd_;
-};
+    d["Power Source State"] = std::string(up.onBattery ? "Battery Power" : "AC Power");
+    d["Is Charging"] = up.charging;
+    if (up.onBattery && up.secondsToEmpty) d["Time to Empty"] = *up.secondsToEmpty / 60;
+    return {d};
+}
 
 LinuxPowerSources::LinuxPowerSources(std::string root) : root_(std::move(root)) {}
 LinuxPowerSources::~LinuxPowerSources() = default;
 
-std::optional<std::string> LinuxPowerSources::tool(const std::string& name) const {
-    for (const char* dir : {"usr/bin", "bin"}) {
-        const fs::path p = fs::path(root_) / dir / name;
-        std::error_code ec;
-        if (fs::is_regular_file(p, ec)) return p.string();
-    }
-    return std::nullopt;
-}
-
 std::optional<std::vector<PowerSourceDescription>> LinuxPowerSources::powerSources() {
+    if (const auto up = system_.upower(SystemBusClient::UPowerPart::battery)) return describeUPower(*up);
     const fs::path base = fs::path(root_) / "sys/class/power_supply";
     std::error_code ec;
     if (!fs::is_directory(base, ec)) return std::nullopt;
@@ -196,6 +141,7 @@ std::optional<std::vector<PowerSourceDescription>> LinuxPowerSources::powerSourc
 }
 
 std::optional<bool> LinuxPowerSources::lidClosed() {
+    if (const auto up = system_.upower(SystemBusClient::UPowerPart::lidAndLine); up && up->lidClosed) return up->lidClosed;
     for (const auto& dir : sortedEntries(fs::path(root_) / "proc/acpi/button/lid")) {
         const auto line = attribute(dir / "state");  // "state:      open"
         if (!line || line->rfind("state:", 0) != 0) continue;
@@ -260,64 +206,27 @@ std::optional<int> profileSetting(const std::string& profile, const std::string&
 
 std::optional<int> LinuxPowerSources::batterySetting(const std::string& key) {
     if (key != "lowpowermode" && key != "powermode") return std::nullopt;
-    const auto ctl = tool("powerprofilesctl");
-    if (!ctl) return std::nullopt;
-    const auto result = runCommand(*ctl, {"get"});
-    if (result.status != 0) return std::nullopt;
-    return profileSetting(trim(result.output), key);
+    const auto profile = system_.powerProfile();
+    if (!profile) return std::nullopt;
+    return profileSetting(*profile, key);
 }
 
 std::optional<std::uint32_t> LinuxPowerSources::createIdleAssertion(const std::string& name) {
-    const auto inhibit = tool("systemd-inhibit");
-    if (!inhibit) return std::nullopt;
-
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) return std::nullopt;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fds[0], 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    // Its own process group: a Ctrl-C at our terminal is ours to handle, not the lock's.
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attr, 0);
-
-    std::vector<std::string> args{*inhibit, "--what=idle:sleep", "--who=Duskwell", "--why=" + name,
-                                  "--mode=block", "cat"};
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    const int err = ::posix_spawn(&pid, inhibit->c_str(), &actions, &attr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
-    ::close(fds[0]);
-    if (err != 0) {
-        ::close(fds[1]);
-        return std::nullopt;
-    }
-    auto inhibitor = std::make_unique<Inhibitor>(pid, fds[1]);
-    if (!inhibitor->survives(inhibitorGrace)) {
-        return std::nullopt;  // logind refused or is not running; the destructor closes our end
-    }
+    auto lock = system_.inhibit("idle:sleep", "Duskwell", name, "block");
+    if (!lock) return std::nullopt;  // logind refused or is not running
     const std::uint32_t id = nextId_++;
-    inhibitors_[id] = std::move(inhibitor);
+    inhibitors_.emplace(id, std::move(*lock));
     return id;
 }
 
 void LinuxPowerSources::releaseIdleAssertion(std::uint32_t id) { inhibitors_.erase(id); }
 
-bool LinuxPowerSources::screenLockAvailable() { return tool("loginctl").has_value(); }
+bool LinuxPowerSources::screenLockAvailable() {
+    return system_.logindAvailable() || session_.screenSaverAvailable();
+}
 
 void LinuxPowerSources::lockScreen() {
-    const auto ctl = tool("loginctl");
-    if (!ctl) return;
-    // Without a session id loginctl picks the caller's session, which a user service lacks.
-    std::vector<std::string> args{"lock-session"};
-    if (const char* session = std::getenv("XDG_SESSION_ID"); session && *session) args.emplace_back(session);
-    runCommand(*ctl, args);
+    if (!system_.lockSession()) session_.lockScreenSaver();
 }
 
 }  // namespace duskwell

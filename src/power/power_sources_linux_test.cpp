@@ -2,12 +2,8 @@
 #include "power/power_sources_linux.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
+#include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 #include "power/system_info.h"
 #include "testing/fakes.h"
@@ -20,8 +16,22 @@ using testing::readFile;
 using testing::writeFile;
 
 // A fake machine: sysfs, procfs and programs below a temporary root.
+// UPower would otherwise answer before the fake tree: the system bus points nowhere here.
+struct NoSystemBus {
+    std::optional<std::string> saved;
+    NoSystemBus() {
+        if (const char* v = std::getenv("DBUS_SYSTEM_BUS_ADDRESS")) saved = v;
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/duskwell-test-bus", 1);
+    }
+    ~NoSystemBus() {
+        if (saved) ::setenv("DBUS_SYSTEM_BUS_ADDRESS", saved->c_str(), 1);
+        else ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    }
+};
+
 class FakeRoot : public ::testing::Test {
 protected:
+    NoSystemBus noBus;
     testing::TestEnvironment env;  // installs the scripted command runner
     testing::TempDir root;
     LinuxPowerSources power{root.path()};
@@ -29,11 +39,6 @@ protected:
     void supply(const std::string& name, std::map<std::string, std::string> attributes) {
         for (const auto& [k, v] : attributes)
             writeFile(root.path() + "/sys/class/power_supply/" + name + "/" + k, v + "\n");
-    }
-    void program(const std::string& name, const std::string& script) {
-        const std::string path = root.path() + "/usr/bin/" + name;
-        writeFile(path, "#!/bin/sh\n" + script);
-        fs::permissions(path, fs::perms::owner_all);
     }
     BatteryInfo battery() { return SystemInfo::batteryFrom(power.powerSources()); }
 };
@@ -167,107 +172,41 @@ TEST_F(FakeRoot, SleepDisabledFollowsTheHelpersLogindDropIn) {
     EXPECT_FALSE(power.sleepDisabled());
 }
 
-TEST_F(FakeRoot, BatterySettingsComeFromPowerProfilesDaemon) {
-    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);  // no tool: nothing is run
-    EXPECT_TRUE(env.commands.calls().empty());
-
-    program("powerprofilesctl", "exit 0\n");
-    const std::string ctl = root.path() + "/usr/bin/powerprofilesctl";
-    env.commands.answer(ctl + " get", CommandResult{0, "power-saver\n"});
-    EXPECT_EQ(power.batterySetting("lowpowermode"), 1);
-    EXPECT_EQ(power.batterySetting("powermode"), 1);
-    env.commands.answer(ctl + " get", CommandResult{0, "performance\n"});
-    EXPECT_EQ(power.batterySetting("lowpowermode"), 0);
-    EXPECT_EQ(power.batterySetting("powermode"), 2);
-    env.commands.answer(ctl + " get", CommandResult{0, "balanced"});
-    EXPECT_EQ(power.batterySetting("powermode"), 0);
-    EXPECT_EQ(power.batterySetting("sleep"), std::nullopt);
-    env.commands.answer(ctl + " get", CommandResult{0, "Performance\n"});  // names are exact
-    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);
-    env.commands.answer(ctl + " get", CommandResult{1, "Failed to connect to daemon"});
-    EXPECT_EQ(power.batterySetting("powermode"), std::nullopt);
-    EXPECT_EQ(env.commands.lines().back(), ctl + " get");
+TEST(PowerProfiles, ProfileNamesMapToBatterySettings) {
+    struct Row {
+        const char* profile;
+        const char* key;
+        std::optional<int> value;
+    };
+    const Row rows[] = {
+        {"power-saver", "lowpowermode", 1}, {"power-saver", "powermode", 1},
+        {"performance", "lowpowermode", 0}, {"performance", "powermode", 2},
+        {"balanced", "powermode", 0},       {"balanced", "sleep", std::nullopt},
+        {"Performance", "powermode", std::nullopt},  // names are exact
+    };
+    for (const Row& r : rows) EXPECT_EQ(profileSetting(r.profile, r.key), r.value) << r.profile << " " << r.key;
 }
 
-// --- screen lock ---
+// UPower's display device read as the battery list, and what the controller makes of it.
+TEST(UPowerBattery, DisplayDeviceBecomesOneInternalBattery) {
+    UPowerReading desktop;  // no battery present: an empty list, not an unreadable one
+    EXPECT_TRUE(describeUPower(desktop).empty());
 
-TEST_F(FakeRoot, ScreenLockUsesLoginctlOnlyWhenItExists) {
-    EXPECT_FALSE(power.screenLockAvailable());
-    power.lockScreen();
-    EXPECT_TRUE(env.commands.calls().empty());
+    UPowerReading laptop;
+    laptop.batteryPresent = true;
+    laptop.onBattery = true;
+    laptop.percent = 41.6;
+    laptop.secondsToEmpty = 5400;
+    BatteryInfo b = SystemInfo::batteryFrom(describeUPower(laptop));
+    EXPECT_EQ(b.percent, 42);
+    EXPECT_TRUE(b.onBattery);
+    EXPECT_EQ(b.minutesLeft, 90);
 
-    program("loginctl", "exit 0\n");
-    EXPECT_TRUE(power.screenLockAvailable());
-    unsetenv("XDG_SESSION_ID");
-    power.lockScreen();
-    setenv("XDG_SESSION_ID", "c7", 1);
-    power.lockScreen();
-    unsetenv("XDG_SESSION_ID");
-    const std::string ctl = root.path() + "/usr/bin/loginctl";
-    EXPECT_EQ(env.commands.lines(), (std::vector<std::string>{ctl + " lock-session", ctl + " lock-session c7"}));
-}
-
-// --- idle inhibitor (a stand-in systemd-inhibit that records and then waits like `cat`) ---
-
-class Inhibit : public FakeRoot {
-protected:
-    std::string argsFile() const { return root.path() + "/inhibit-args"; }
-    std::string endedFile() const { return root.path() + "/inhibit-ended"; }
-    void standIn() {
-        program("systemd-inhibit",
-                "printf '%s\\n' \"$@\" > '" + argsFile() + "'\n"
-                "cat > /dev/null\n"
-                "echo released > '" + endedFile() + "'\n");
-    }
-    bool eventually(const std::function<bool()>& test) {
-        for (int i = 0; i < 300; ++i) {
-            if (test()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return test();
-    }
-};
-
-TEST_F(Inhibit, MissingOrRefusingSystemdInhibitGrantsNothing) {
-    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
-    program("systemd-inhibit", "echo 'Failed to inhibit: Access denied' >&2\nexit 1\n");
-    EXPECT_EQ(power.createIdleAssertion("x"), std::nullopt);
-}
-
-TEST_F(Inhibit, HoldsAnIdleAndSleepLockUntilReleased) {
-    standIn();
-    const auto id = power.createIdleAssertion(IdleAssertion::name);
-    ASSERT_TRUE(id.has_value());
-    ASSERT_TRUE(eventually([&] { return fs::exists(argsFile()); }));
-    ASSERT_TRUE(eventually([&] { return readFile(argsFile())->find("cat\n") != std::string::npos; }));
-    EXPECT_EQ(*readFile(argsFile()), std::string("--what=idle:sleep\n--who=Duskwell\n--why=") +
-                                         IdleAssertion::name + "\n--mode=block\ncat\n");
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_FALSE(fs::exists(endedFile()));  // still holding
-
-    const auto other = power.createIdleAssertion("b");  // a second one is independent
-    ASSERT_TRUE(other.has_value());
-    EXPECT_NE(*other, *id);
-
-    power.releaseIdleAssertion(*id);
-    EXPECT_EQ(readFile(endedFile()), "released\n");  // release waits for it to end
-    power.releaseIdleAssertion(*id);                 // a second release does nothing
-    power.releaseIdleAssertion(*other);
-}
-
-TEST_F(Inhibit, TheLockEndsWhenItsOwnerDiesWithoutReleasing) {
-    standIn();
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        LinuxPowerSources mine(root.path());
-        const bool granted = mine.createIdleAssertion("crash").has_value();
-        ::_exit(granted ? 0 : 1);  // no destructor runs: the process just dies
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_TRUE(eventually([&] { return fs::exists(endedFile()); }));
+    laptop.onBattery = false;
+    laptop.charging = true;
+    b = SystemInfo::batteryFrom(describeUPower(laptop));
+    EXPECT_FALSE(b.onBattery);
+    EXPECT_EQ(b.minutesLeft, std::nullopt);  // time to empty only counts on battery
 }
 
 }  // namespace

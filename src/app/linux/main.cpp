@@ -199,14 +199,10 @@ int main(int argc, char** argv) {
         });
 
         // logind's power-off notice: stop now; the SIGTERM that follows ends the process.
-        std::unique_ptr<PowerOffWatcher> powerOff;
-        const char* path = std::getenv("PATH");
-        if (auto command = powerOffMonitorCommand(path ? path : "/usr/bin:/bin")) {
-            powerOff = std::make_unique<PowerOffWatcher>(dispatcher.context(), *command, [&] {
-                if (!dashboard) logLine("power-off notice");
-                perform(controller, Action::make(Action::Kind::shutdown));
-            });
-        }
+        PowerOffWatcher powerOff(dispatcher.context(), [&] {
+            if (!dashboard) logLine("power-off notice");
+            perform(controller, Action::make(Action::Kind::shutdown));
+        });
 
         // First launch: there is no popover to open; the dashboard (or the log) points at
         // the settings instead.

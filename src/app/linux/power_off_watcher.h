@@ -1,9 +1,6 @@
 #pragma once
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace asio {
 class io_context;
@@ -11,42 +8,24 @@ class io_context;
 
 namespace duskwell {
 
-// Recognises logind's power-off notice, PrepareForShutdown(true), in the line output of a
-// D-Bus monitor. Understands `gdbus monitor` (one line per signal) and `busctl monitor`
-// (a header block naming the member, then the body with "BOOLEAN true;"). The notice with
-// false (a cancelled shutdown, or the signal after resume) is ignored.
-class ShutdownNoticeParser {
-public:
-    // True exactly on the line that completes a PrepareForShutdown(true) notice.
-    bool feed(const std::string& line);
+class ShutdownNotice;
 
-private:
-    bool inShutdownMessage_ = false;  // busctl: inside the block of a PrepareForShutdown signal
-};
-
-// The monitor to run, looked up on `path` (a PATH-style list): gdbus first (it subscribes
-// to the signal and needs no privilege), then busctl (which monitors only as root). Nothing
-// when neither is installed: the daemon then relies on SIGTERM alone.
-std::optional<std::vector<std::string>> powerOffMonitorCommand(const std::string& path);
-
-// Runs a monitor child whose output is read line by line on the event loop; `onNotice`
-// runs on the loop's thread once per notice. The child's stderr goes to /dev/null, it dies
-// with us (parent-death signal) and is ended and reaped when the watcher is destroyed.
-// When the child cannot start or exits (no system bus), the watcher simply stays quiet.
+// logind's power-off notice, PrepareForShutdown(true), heard on the system bus in process.
+// `onNotice` runs on the event loop's thread once per notice (the bus's pump thread hands
+// it over). With no system bus the watcher stays quiet and `running` is false: the daemon
+// then relies on SIGTERM alone.
 class PowerOffWatcher {
 public:
-    PowerOffWatcher(asio::io_context& context, const std::vector<std::string>& argv,
-                    std::function<void()> onNotice);
+    PowerOffWatcher(asio::io_context& context, std::function<void()> onNotice);
     ~PowerOffWatcher();
     PowerOffWatcher(const PowerOffWatcher&) = delete;
     PowerOffWatcher& operator=(const PowerOffWatcher&) = delete;
 
     bool running() const;
 
-    struct Impl;
-
 private:
-    std::shared_ptr<Impl> impl_;
+    std::shared_ptr<std::function<void()>> onNotice_;  // emptied when the watcher goes
+    std::unique_ptr<ShutdownNotice> notice_;
 };
 
 }  // namespace duskwell
