@@ -12,7 +12,6 @@ namespace duskwell {
 // built on the main thread and handed to the probe's queue.
 struct HoldQuery {
     int pid = 0;               // this process: owner of the inhibitor or assertion
-    std::uint32_t uid = 0;     // this process's user
     bool inhibitor = false;    // is our idle-sleep inhibitor / assertion listed?
     bool lid = false;          // is lid-closed sleep off?
     bool profile = false;      // which power profile is active?
