@@ -65,6 +65,12 @@ private:
     EnvScope env_;
 };
 
+// `a` with the members of `b` added.
+json with(json a, const json& b) {
+    a.update(b);
+    return a;
+}
+
 json lock(const std::string& what, const std::string& who, std::uint32_t uid, int pid) {
     return json::array({what, who, "keep running", "block", uid, pid});
 }
@@ -85,13 +91,13 @@ TEST(HoldCheckBus, TheLinuxProbeAsksLogindAndPowerProfilesOnTheBus) {
     };
     const Case cases[] = {
         {"ours by pid, lid ignored, performance",
-         json(lidIgnored).update({{"extra", {lock("idle:sleep", "Duskwell", uid, self)}}, {"profile", "performance"}}),
+         with(lidIgnored, {{"extra", json::array({lock("idle:sleep", "Duskwell", uid, self)})}, {"profile", "performance"}}),
          false, {true, true, 2, 0}},
         {"ours through the systemd-inhibit child",
-         {{"extra", {lock("idle:sleep", "systemd-inhibit", uid, child.pid())}}, {"lid", "suspend"}, {"profile", "balanced"}},
+         {{"extra", json::array({lock("idle:sleep", "systemd-inhibit", uid, child.pid())})}, {"lid", "suspend"}, {"profile", "balanced"}},
          false, {true, false, 0, 0}},
         {"someone else's lock only; lid ignored but not on external power",
-         {{"extra", {lock("idle", "GNOME Shell", uid + 1, 1)}}, {"lid", "ignore"}, {"lidExternalPower", "suspend"},
+         {{"extra", json::array({lock("idle", "GNOME Shell", uid + 1, 1)})}, {"lid", "ignore"}, {"lidExternalPower", "suspend"},
           {"profile", "power-saver"}},
          false, {false, false, 1, 1}},
         {"no lid property: the drop-in decides; no profiles service", json::object(), true,
@@ -111,7 +117,7 @@ TEST(HoldCheckBus, TheLinuxProbeAsksLogindAndPowerProfilesOnTheBus) {
         EXPECT_EQ(probe->observe({self, true, true, true}), k.seen) << testing::readFile(bus.log()).value_or("");
     }
     // Only what is asked is looked at.
-    bus.setState(json(lidIgnored).update({{"profile", "performance"}}));
+    bus.setState(with(lidIgnored, {{"profile", "performance"}}));
     EXPECT_EQ(probe->observe({self, false, false, true}), (HoldObservation{std::nullopt, std::nullopt, 2, 0}));
 
     // No bus at all: nothing known, and quickly.
