@@ -74,7 +74,7 @@ public:
     sd_bus_error* get() { return &error_; }
 
 private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+    sd_bus_error error_{};  // SD_BUS_ERROR_NULL, which is a C compound literal
 };
 
 // A private connection to the system bus whose every call (Hello included) gives up
@@ -167,7 +167,7 @@ public:
 
 private:
     std::string root_;
-    double timeout_;
+    [[maybe_unused]] double timeout_;  // unused in a build without sd-bus
 };
 
 }  // namespace
