@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <cstdio>
 
 #include "daemon_fixture.h"
@@ -126,6 +129,21 @@ TEST(HoldCheckBus, TheLinuxProbeAsksLogindAndPowerProfilesOnTheBus) {
     const auto before = Clock::now();
     EXPECT_EQ(probe->observe({self, true, true, true}), HoldObservation{});
     EXPECT_LT(Clock::now() - before, std::chrono::seconds(1));
+
+    // A bus that takes the connection and never answers: given up after the call timeout.
+    const std::string stalled = root.path() + "/stalled-bus";
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::snprintf(at.sun_path, sizeof at.sun_path, "%s", stalled.c_str());
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+    ASSERT_EQ(::listen(listener, 4), 0);
+    gone.set("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + stalled);
+    const auto quick = makeLinuxHoldProbe(root.path(), 0.3);
+    const auto start = Clock::now();
+    EXPECT_EQ(quick->observe({self, true, true, true}), HoldObservation{});
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+    ::close(listener);
 }
 
 // duskwelld a few seconds into a period: held while logind lists its lock and ignores the

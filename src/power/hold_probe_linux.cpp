@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -77,9 +78,11 @@ private:
     sd_bus_error error_{};  // SD_BUS_ERROR_NULL, which is a C compound literal
 };
 
-// A private connection to the system bus whose every call (Hello included) gives up
-// after `timeout` microseconds. Nothing when there is no bus.
+// A private connection to the system bus, authenticated and greeted within `timeout`
+// microseconds (sd-bus would otherwise wait its own, much longer, time for a stalled
+// daemon), whose every call then gives up after `timeout` too. Nothing when there is no bus.
 BusPtr openSystemBus(std::uint64_t timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(timeout);
     sd_bus* raw = nullptr;
     if (sd_bus_new(&raw) < 0) return nullptr;
     BusPtr bus(raw);
@@ -88,6 +91,13 @@ BusPtr openSystemBus(std::uint64_t timeout) {
         return nullptr;
     if (sd_bus_set_bus_client(raw, 1) < 0 || sd_bus_set_method_call_timeout(raw, timeout) < 0) return nullptr;
     if (sd_bus_start(raw) < 0) return nullptr;
+    while (sd_bus_is_ready(raw) <= 0) {
+        const int r = sd_bus_process(raw, nullptr);
+        if (r < 0) return nullptr;
+        if (r > 0) continue;
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || sd_bus_wait(raw, static_cast<std::uint64_t>(left.count())) < 0) return nullptr;
+    }
     return bus;
 }
 
