@@ -35,6 +35,7 @@ std::string sleepsAt(Date when) {
 void fillHeadline(const AwakeController& c, HeroCardModel& hero) {
     // Decided once, most specific first:
     // - not running: "Idle", and nothing is keeping the Mac up;
+    // - running, but what it set up does not hold: that, plainly, with the first reason;
     // - auto with working agents: their count;
     // - auto counting down its quiet time, or any period in its last minute (the same
     //   minute the "Sleeping soon" phone alert uses): "Sleeping soon" with the clock time;
@@ -42,6 +43,11 @@ void fillHeadline(const AwakeController& c, HeroCardModel& hero) {
     if (!c.isActive()) {
         hero.headline = T("대기 중", "Idle");
         hero.detail = T("모두 조용합니다", "Everything is quiet");
+        return;
+    }
+    if (c.held().state == HoldVerdict::State::broken && !c.held().failing.empty()) {
+        hero.headline = HoldCheck::headline();
+        hero.detail = HoldCheck::sentence(c.held().failing.front());
         return;
     }
     if (const int n = workingAgents(c); n > 0) {

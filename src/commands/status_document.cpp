@@ -58,6 +58,10 @@ std::optional<StatusReading> read(std::string_view text) {
     r.endsAt = field<std::string>(doc, "endsAt");
     r.sleepsInSeconds = field<std::int64_t>(doc, "sleepsInSeconds");
     r.written = field<std::string>(doc, "written");
+    r.held = field<bool>(doc, "held");
+    if (const auto reasons = doc.find("heldReasons"); reasons != doc.end() && reasons->is_array())
+        for (const auto& reason : *reasons)
+            if (reason.is_string()) r.heldReasons.push_back(reason.get<std::string>());
     if (const auto agents = doc.find("agents"); agents != doc.end() && agents->is_array()) {
         for (const auto& a : *agents) {
             if (!a.is_object()) continue;
@@ -98,6 +102,8 @@ std::string json(const StatusFacts& facts) {
         if (facts.mode) doc["mode"] = std::string(facts.mode->name());
         if (facts.endsAt) doc["endsAt"] = iso8601UTC(*facts.endsAt);
         if (facts.sleepsInSeconds) doc["sleepsInSeconds"] = static_cast<long long>(std::trunc(*facts.sleepsInSeconds));
+        if (facts.held) doc["held"] = *facts.held;
+        if (facts.held == false) doc["heldReasons"] = facts.heldReasons;
     }
     nlohmann::json agents = nlohmann::json::array();
     for (const auto& a : facts.agents)

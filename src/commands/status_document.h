@@ -24,6 +24,10 @@ struct StatusFacts {
     std::optional<KeepMode> mode;
     std::optional<Date> endsAt;
     std::optional<double> sleepsInSeconds;
+    // Whether what the period set up still holds; nothing when unknown. "held" appears
+    // only while active, "heldReasons" (codes: "inhibitor", "lid", "profile") only when false.
+    std::optional<bool> held;
+    std::vector<std::string> heldReasons;
     std::vector<Agent> agents;  // snapshot order
     std::optional<Date> written;  // when the file was written; a reader tells a stale file by it
 };
@@ -42,6 +46,8 @@ struct StatusReading {
     std::optional<std::string> endsAt;
     std::optional<std::int64_t> sleepsInSeconds;
     std::optional<std::string> written;
+    std::optional<bool> held;
+    std::vector<std::string> heldReasons;  // the string members of "heldReasons", in order
     std::vector<Agent> agents;
     std::string pretty;  // the whole document again, 2-space indented (for --json)
 };

@@ -109,6 +109,11 @@ TEST(StatusDocumentRead, WrongTypesReadAsAbsentAndNeverThrow) {
     EXPECT_EQ(odd->agents[0].name, "?");
     EXPECT_EQ(odd->agents[0].count, 0);
     EXPECT_FALSE(StatusDocument::read("{\"x\": " + std::string(100000, '[') + std::string(100000, ']') + "}"));
+    const auto held = StatusDocument::read(R"({"held": false, "heldReasons": ["lid", 3, "profile"]})");
+    ASSERT_TRUE(held);
+    EXPECT_EQ(held->held, false);
+    EXPECT_EQ(held->heldReasons, (std::vector<std::string>{"lid", "profile"}));
+    EXPECT_EQ(StatusDocument::read(R"({"held": "no"})")->held, std::nullopt);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "agents/agent_kind.h"
 #include "agents/agent_snapshot.h"
 #include "core/date.h"
+#include "core/hold_check.h"
 #include "core/keep_mode.h"
 #include "core/observable.h"
 #include "core/platform.h"
@@ -19,6 +20,7 @@ namespace duskwell {
 
 class AgentMonitor;
 class ChildProcess;
+class SerialQueue;
 class TimerHandle;
 
 struct UpdateInfo {
@@ -59,6 +61,9 @@ public:
     std::optional<bool> notificationsAllowed() const { return notificationsAllowed_; }
     bool launchAtLogin() const { return launchAtLogin_; }
     const std::optional<UpdateInfo>& update() const { return update_; }
+    // Whether what the running period set up still holds (checked a few seconds after a
+    // start, then every minute); unknown while idle or when the system cannot be asked.
+    const HoldVerdict& held() const { return held_; }
 
     // --- persisted settings (setters write through) ---
     KeepMode mode() const { return mode_; }
@@ -181,6 +186,12 @@ private:
     void refreshCLI();            // reinstalls the terminal command without a greeting
     void sleepSoon(double seconds);  // system sleep after a delay, on the main queue
     static bool restorePending();
+    // The keep-awake self-check (awake_controller_hold.cpp).
+    void beginHoldChecks();
+    void endHoldChecks();
+    void checkHold();
+    HoldExpectation holdExpectation() const;
+    void handleHold(std::uint64_t period, const HoldExpectation& expected, const HoldObservation& seen);
 
     Observable changes_;
     std::shared_ptr<int> life_ = std::make_shared<int>(0);  // callbacks hold it weakly
@@ -205,6 +216,7 @@ private:
     std::optional<bool> notificationsAllowed_;
     bool launchAtLogin_ = false;
     std::optional<UpdateInfo> update_;
+    HoldVerdict held_;
     KeepMode mode_ = KeepMode::auto_;
     int selectedMinutes_ = 60;
     Date untilDate_;
@@ -232,6 +244,13 @@ private:
     std::optional<Date> lastStatusWritten_;
     std::vector<Subscription> bag_;
     std::unique_ptr<TimerHandle> timer_;
+    // self-check: the tick of the next check, the period it belongs to (answers of an
+    // earlier period are dropped), whether one is on the queue, and the episode's alert
+    std::uint64_t nextHoldCheck_ = 0;
+    std::uint64_t holdPeriod_ = 0;
+    bool holdInFlight_ = false;
+    HoldEpisode holdEpisode_;
+    std::unique_ptr<SerialQueue> holdQueue_;  // last: joined first, while the rest still exists
 };
 
 }  // namespace duskwell

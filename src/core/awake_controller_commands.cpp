@@ -102,6 +102,9 @@ std::string AwakeController::statusLine() const {
         }
     }
 
+    // What the period set up and no longer holds comes first: it is what matters most.
+    if (held_.state == HoldVerdict::State::broken) parts.insert(parts.begin(), HoldCheck::statusLead(held_.failing));
+
     if (battery_.percent) {
         std::string part = T("배터리 ", "Battery ") + std::to_string(*battery_.percent) + "%";
         if (battery_.minutesLeft)
@@ -125,6 +128,8 @@ void AwakeController::writeStatusFile(StatusWrite when) {
         facts.mode = activeMode_;
         facts.endsAt = endDate_;
         facts.sleepsInSeconds = idleRemaining();
+        if (held_.state != HoldVerdict::State::unknown) facts.held = held_.state == HoldVerdict::State::holds;
+        for (HoldItem item : held_.failing) facts.heldReasons.emplace_back(HoldCheck::code(item));
     }
     for (const auto& item : agents_.items)
         facts.agents.push_back({std::string(item.kind.title()), item.count, std::string(item.state.rawValue())});

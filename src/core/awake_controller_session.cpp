@@ -56,6 +56,7 @@ void AwakeController::start(std::optional<KeepMode> modeArg, std::optional<int> 
         applyPerformance();
         assertion_.acquire();
         startWatchdog();
+        beginHoldChecks();
     }
 
     const Date begin = currentDate();
@@ -113,6 +114,7 @@ void AwakeController::stop(std::optional<std::string> reason) {
     store().setBool(SettingsKey::restoreLid, false);
     assertion_.release();
     stopWatchdog();
+    endHoldChecks();
 
     publish(isActive_, false);
     publish(startDate_, std::optional<Date>());

@@ -56,6 +56,7 @@ void AwakeController::onTick() {
     }
 
     if (!isActive_) return;
+    if (tick_ >= nextHoldCheck_) checkHold();
 
     // Lid: lock on close, and keep the internal panel dark while the Mac keeps running.
     const std::optional<bool> lid = SystemInfo::lidClosed();

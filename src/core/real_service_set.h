@@ -9,6 +9,7 @@
 #include "core/settings_store.h"
 #include "core/system_clock.h"
 #include "phone/http_client.h"
+#include "power/hold_probe.h"
 #include "power/command_runner_posix.h"
 
 namespace duskwell {
@@ -18,7 +19,8 @@ struct RealServiceSet {
     // `makeSettings` may read the platform (the settings file lives in its home folder).
     template <class MakeSettings>
     RealServiceSet(Dispatcher& dispatcher, MakeSettings makeSettings)
-        : settings(makeSettings(platform)), http(makePlatformHttpClient()), processes(makePlatformProcessSource()) {
+        : settings(makeSettings(platform)), http(makePlatformHttpClient()), processes(makePlatformProcessSource()),
+          hold(makePlatformHoldProbe()) {
         if (!http) http = std::make_unique<UnavailableHttpClient>(dispatcher);
         if (!processes) processes = std::make_unique<EmptyProcessSource>();
         set.clock = &clock;
@@ -29,6 +31,7 @@ struct RealServiceSet {
         set.platform = &platform;
         set.http = http.get();
         set.processes = processes.get();
+        set.hold = hold.get();
         scope = std::make_unique<ServicesScope>(set);
     }
 
@@ -40,6 +43,7 @@ struct RealServiceSet {
     std::unique_ptr<SettingsStore> settings;
     std::unique_ptr<HttpClient> http;
     std::unique_ptr<ProcessSource> processes;
+    std::unique_ptr<HoldProbe> hold;
     Services set;
     std::unique_ptr<ServicesScope> scope;  // last: uninstalled first
 };

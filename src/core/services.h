@@ -10,6 +10,7 @@ class SettingsStore;
 class Platform;
 class HttpClient;
 class ProcessSource;
+class HoldProbe;
 
 // The installed implementations of every platform facility. One composition root per
 // shell builds the real set; tests install fakes with ServicesScope. Not owned here.
@@ -22,6 +23,7 @@ struct Services {
     Platform* platform = nullptr;
     HttpClient* http = nullptr;
     ProcessSource* processes = nullptr;
+    HoldProbe* hold = nullptr;  // none: the keep-awake self-check answers "unknown"
 };
 
 // The process-wide services. Aborts with a clear message when none are installed.

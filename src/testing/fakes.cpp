@@ -244,6 +244,7 @@ TestEnvironment::TestEnvironment() {
     s.platform = &platform;
     s.http = &http;
     s.processes = &processes;
+    s.hold = &hold;
     scope_ = std::make_unique<ServicesScope>(s);
     Locale::overrideForTesting(false);
     Machine::overrideForTesting(Machine::Kind::computer);  // the same texts on every build

@@ -16,6 +16,7 @@
 #include "core/services.h"
 #include "phone/http_client.h"
 #include "power/command_runner.h"
+#include "power/hold_probe.h"
 #include "power/power_sources.h"
 
 namespace duskwell::testing {
@@ -208,6 +209,17 @@ public:
     ProcessTable sample() override { ++samples; return table; }
 };
 
+// Answers every question with `answer` (nothing known, unless a test says) and records it.
+class FakeHoldProbe final : public HoldProbe {
+public:
+    HoldObservation answer;
+    std::vector<HoldQuery> queries;
+    HoldObservation observe(const HoldQuery& query) override {
+        queries.push_back(query);
+        return answer;
+    }
+};
+
 // A temporary folder removed with everything in it when the object goes.
 class TempDir {
 public:
@@ -235,6 +247,7 @@ public:
     FakePlatform platform;
     FakeHttp http;
     FakeProcessSource processes;
+    FakeHoldProbe hold;
     TempDir home;
 
     // Makes `PowerHelper::isInstalled` true: a helper file exists and `sudo -n` works.

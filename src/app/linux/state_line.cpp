@@ -41,6 +41,8 @@ std::string stateLine(const AwakeController& c) {
     line += " · " + batteryText(c.battery());
     line += " · " + lidText(c.lidClosed());
     line += " · " + thermalText(c.thermal());
+    // The journal's record of the self-check: a line when it breaks, another when it holds again.
+    if (c.held().state == HoldVerdict::State::broken) line += " · " + HoldCheck::statusLead(c.held().failing);
     return line;
 }
 
