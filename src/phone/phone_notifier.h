@@ -47,6 +47,8 @@ public:
     bool enabled() const { return enabled_; }
     void setEnabled(bool on);
     const std::optional<std::string>& lastResult() const { return lastResult_; }
+    // Cleared before a test alert, so that a caller can tell its outcome from an older one.
+    void setLastResult(std::optional<std::string> result);
     std::string topic() const;
     std::string controlTopic() const;
     // "<website>/phone/#<topic>.<control>.<secret>": the fragment never reaches the website.
@@ -85,7 +87,6 @@ private:
     // `length` characters from `alphabet`, each from 8 bytes of the OS's cryptographic source.
     static std::string random(int length);
     std::string server() const;
-    void setLastResult(std::optional<std::string> result);
     void finishPoll(bool success, const std::vector<PolledMessage>& messages,
                     const std::function<void(Command)>& handler);
 

@@ -1,0 +1,162 @@
+#include "commands/config_keys.h"
+
+#include <algorithm>
+
+#include "core/app_config.h"
+#include "core/localization.h"
+#include "core/platform.h"
+#include "core/services.h"
+#include "core/settings_keys.h"
+#include "core/settings_store.h"
+#include "core/text.h"
+
+namespace duskwell::ConfigKeys {
+
+using nlohmann::json;
+
+const std::vector<Key>& all() {
+    static const std::vector<Key> keys = [] {
+        std::vector<Key> k;
+        k.push_back({.name = "mode", .settingsKey = SettingsKey::mode, .kind = Kind::word, .fallback = "auto",
+                     .words = {"auto", "timer", "until"},
+                     .en = "what `start` uses without --mode: auto, timer or until",
+                     .ko = "--mode 없이 `start`가 쓰는 방식: auto, timer, until"});
+        k.push_back({.name = "timer-minutes", .settingsKey = SettingsKey::selectedMinutes, .kind = Kind::number,
+                     .fallback = 60, .min = 0, .max = AppConfig::maxPeriodMinutes,
+                     .en = "the timer's length in minutes (0 = no limit)",
+                     .ko = "타이머 길이(분, 0 = 제한 없음)"});
+        k.push_back({.name = "auto-cap-hours", .settingsKey = SettingsKey::autoCapHours, .kind = Kind::number,
+                     .fallback = 8, .min = 0, .max = AppConfig::maxPeriodMinutes / 60,
+                     .en = "the longest an auto period lasts, in hours (0 = no cap)",
+                     .ko = "자동 모드의 최대 시간(시간, 0 = 제한 없음)"});
+        k.push_back({.name = "battery-floor", .settingsKey = SettingsKey::batteryFloor, .kind = Kind::number,
+                     .fallback = 10, .choices = {0, 5, 10, 15, 20, 30},
+                     .en = "battery guard: stop and sleep below this percentage (0 = off)",
+                     .ko = "배터리 보호: 이 비율 아래면 멈추고 잠자기(0 = 끔)"});
+        k.push_back({.name = "stop-on-heat", .settingsKey = SettingsKey::stopOnHeat, .fallback = true,
+                     .en = "heat protection: stop and sleep when it gets too hot",
+                     .ko = "과열 보호: 너무 뜨거워지면 멈추고 잠자기"});
+        k.push_back({.name = "lock-on-lid-close", .settingsKey = SettingsKey::lockOnLidClose, .fallback = true,
+                     .en = "lock the screen when the lid closes", .ko = "뚜껑을 닫으면 화면 잠금"});
+        k.push_back({.name = "max-performance", .settingsKey = SettingsKey::maxPerformance, .fallback = true,
+                     .en = "the performance power profile while running", .ko = "실행 중 최대 성능 전원 프로필"});
+        k.push_back({.name = "launch-at-login", .kind = Kind::onOff, .fallback = false,
+                     .en = "start Duskwell when you log in", .ko = "로그인하면 Duskwell 시작",
+                     .read = [] { return json(services().platform->loginItemEnabled()); },
+                     .write = [](const json& v) { return services().platform->setLoginItem(v.get<bool>()); }});
+        k.push_back({.name = "phone.enabled", .settingsKey = SettingsKey::phoneEnabled, .fallback = false,
+                     .en = "phone alerts through ntfy", .ko = "ntfy를 통한 폰 알림"});
+        k.push_back({.name = "phone.server", .settingsKey = SettingsKey::phoneServer, .kind = Kind::url,
+                     .fallback = "", .en = "the ntfy server for phone alerts (\"\" = " + AppConfig::ntfyServer() + ")",
+                     .ko = "폰 알림용 ntfy 서버(\"\" = " + AppConfig::ntfyServer() + ")"});
+        return k;
+    }();
+    return keys;
+}
+
+const Key* find(std::string_view name) {
+    for (const auto& key : all())
+        if (key.name == name) return &key;
+    return nullptr;
+}
+
+namespace {
+
+std::optional<bool> onOff(std::string_view text) {
+    std::string t(text);
+    std::transform(t.begin(), t.end(), t.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (t == "on" || t == "true" || t == "yes" || t == "1") return true;
+    if (t == "off" || t == "false" || t == "no" || t == "0") return false;
+    return std::nullopt;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (size_t i = 0; i < words.size(); ++i) out += (i ? ", " : "") + words[i];
+    return out;
+}
+
+}  // namespace
+
+std::variant<json, std::string> parse(const Key& key, std::string_view text) {
+    const std::string name = key.name;
+    switch (key.kind) {
+        case Kind::onOff:
+            if (const auto b = onOff(text)) return json(*b);
+            return T(name + " 값은 on 또는 off예요", name + " takes on or off");
+        case Kind::word:
+            for (const auto& w : key.words)
+                if (w == text) return json(w);
+            return T(name + " 값은 " + joined(key.words) + " 중 하나예요", name + " takes " + joined(key.words));
+        case Kind::number: {
+            const auto n = Text::parseInteger(std::string(text));
+            if (!key.choices.empty()) {
+                if (n && std::find(key.choices.begin(), key.choices.end(), *n) != key.choices.end()) return json(*n);
+                std::vector<std::string> words;
+                for (auto c : key.choices) words.push_back(std::to_string(c));
+                return T(name + " 값은 " + joined(words) + " 중 하나예요", name + " takes one of " + joined(words));
+            }
+            if (n && *n >= key.min && *n <= key.max) return json(*n);
+            const std::string range = std::to_string(key.min) + "–" + std::to_string(key.max);
+            return T(name + " 값은 " + range + " 사이의 정수예요", name + " takes a whole number from " + range);
+        }
+        case Kind::url: {
+            const std::string t(text);
+            const bool web = t.rfind("http://", 0) == 0 || t.rfind("https://", 0) == 0;
+            const bool printable = std::none_of(t.begin(), t.end(), [](unsigned char c) { return c <= 0x20 || c == 0x7F; });
+            if (t.empty() || (web && t.size() > 8 && printable)) return json(t);
+            return T(name + " 값은 http:// 또는 https:// 주소, 또는 기본값을 뜻하는 \"\"예요",
+                     name + " takes an http:// or https:// address, or \"\" for the default");
+        }
+    }
+    return std::string("?");
+}
+
+json read(const Key& key, const SettingsStore& store) {
+    if (key.read) return key.read();
+    switch (key.kind) {
+        case Kind::onOff:
+            if (const auto b = store.boolean(key.settingsKey)) return *b;
+            break;
+        case Kind::number:
+            if (const auto n = store.integer(key.settingsKey)) return *n;
+            break;
+        case Kind::word:
+            if (const auto n = store.integer(key.settingsKey); n && *n >= 0 && *n < static_cast<long long>(key.words.size()))
+                return key.words[static_cast<size_t>(*n)];
+            break;
+        case Kind::url:
+            if (const auto s = store.string(key.settingsKey)) return *s;
+            break;
+    }
+    return key.fallback;
+}
+
+json readAll(const SettingsStore& store) {
+    json out = json::object();
+    for (const auto& key : all()) out[key.name] = read(key, store);
+    return out;
+}
+
+std::optional<std::string> write(const Key& key, SettingsStore& store, const json& value) {
+    if (key.write) return key.write(value);
+    switch (key.kind) {
+        case Kind::onOff: store.setBool(key.settingsKey, value.get<bool>()); break;
+        case Kind::number: store.setInteger(key.settingsKey, value.get<long long>()); break;
+        case Kind::word: {
+            const auto at = std::find(key.words.begin(), key.words.end(), value.get<std::string>());
+            store.setInteger(key.settingsKey, at - key.words.begin());
+            break;
+        }
+        case Kind::url: store.setString(key.settingsKey, value.get<std::string>()); break;
+    }
+    return std::nullopt;
+}
+
+std::string display(const json& value) {
+    if (value.is_boolean()) return value.get<bool>() ? "on" : "off";
+    if (value.is_string()) return value.get<std::string>();
+    return value.dump();
+}
+
+}  // namespace ConfigKeys
