@@ -55,7 +55,7 @@ int succeed(nlohmann::json object, const std::string& text);
 bool colourAllowed();
 
 // Splits "--name value" / "--name=value"; advances `i` past what it used. Nothing when
-// `args[i]` is another word; `missing` is set when the option lacks its value.
+// `args[i]` is another word; `missing` is set (never cleared) when the option lacks its value.
 std::optional<std::string> optionValue(const std::vector<std::string>& args, size_t& i, const std::string& name,
                                        bool& missing);
 

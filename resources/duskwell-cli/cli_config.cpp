@@ -139,10 +139,10 @@ int runHelper(const std::vector<std::string>& args) {
         const auto error = install ? PowerHelper::install() : PowerHelper::uninstall();
         if (error) return fail(refused, error->localizedDescription());
     }
-    const bool installed = PowerHelper::isInstalled();
-    if (installed != install) return fail(refused, message);
-    return succeed({{"helper", installed ? "installed" : "removed"}, {"running", *where == Route::app}},
-                   message.empty() ? say(installed ? Msg::helperInstalled : Msg::helperRemoved) : message);
+    // The app answers ok only when the helper ended up as asked; here we look ourselves.
+    if (*where == Route::here && PowerHelper::isInstalled() != install) return fail(refused, message);
+    return succeed({{"helper", install ? "installed" : "removed"}, {"running", *where == Route::app}},
+                   message.empty() ? say(install ? Msg::helperInstalled : Msg::helperRemoved) : message);
 }
 
 }  // namespace
@@ -173,6 +173,7 @@ int runPhoneSwitch(const std::vector<std::string>& args) {
         const json state = json::parse(e.reply->text, nullptr, false);
         if (state.is_object() && state["lastResult"].is_string()) {
             const std::string result = state["lastResult"];
+            if (!state.value("delivered", false)) return fail(refused, say(Msg::phoneTestResult, {result}));
             return succeed({{"result", result}, {"topic", state.value("topic", "")}},
                            say(Msg::phoneTestResult, {result}));
         }

@@ -257,8 +257,7 @@ const Registration registrations[] = {
                   {"Start keeping the machine awake (auto: until the AI agents are done; timer: for N minutes; "
                    "until: up to a clock time).",
                    "컴퓨터를 깨워 두기 시작해요 (auto: AI 에이전트가 끝날 때까지, timer: N분 동안, until: 정한 시각까지)."},
-                  {{"--mode auto|timer|until", {"how the period ends (default: the mode set in the settings)",
-                                                "끝나는 방식 (기본값: 설정의 모드)"}},
+                  {{"--mode auto|timer|until", {"how the period ends (default: auto)", "끝나는 방식 (기본값: auto)"}},
                    {"--minutes N", {"timer length, 0 to 10080 minutes; 0 = no limit (implies --mode timer)",
                                     "타이머 길이, 0–10080분. 0 = 제한 없음 (--mode timer를 뜻함)"}},
                    {"--at HH:MM", {"end at the next such local time (implies --mode until)",

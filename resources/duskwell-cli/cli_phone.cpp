@@ -15,7 +15,8 @@ int runPhoneSwitch(const std::vector<std::string>& args);  // cli_config.cpp
 namespace {
 
 int runPhone(const std::vector<std::string>& args) {
-    if (!args.empty() && (args[0] == "on" || args[0] == "off" || args[0] == "test")) return runPhoneSwitch(args);
+    for (const auto& a : args)
+        if (a == "on" || a == "off" || a == "test") return runPhoneSwitch(args);
     auto format = PhoneLinkFormat::text;
     for (const auto& a : args) {
         if (a == "--json") format = PhoneLinkFormat::json;

@@ -51,7 +51,6 @@ bool colourAllowed() {
 
 std::optional<std::string> optionValue(const std::vector<std::string>& args, size_t& i, const std::string& name,
                                        bool& missing) {
-    missing = false;
     const std::string& word = args[i];
     if (word == name) {
         if (i + 1 >= args.size()) {

@@ -19,8 +19,8 @@ const std::vector<Key>& all() {
         std::vector<Key> k;
         k.push_back({.name = "mode", .settingsKey = SettingsKey::mode, .kind = Kind::word, .fallback = "auto",
                      .words = {"auto", "timer", "until"},
-                     .en = "what `start` uses without --mode: auto, timer or until",
-                     .ko = "--mode 없이 `start`가 쓰는 방식: auto, timer, until"});
+                     .en = "the mode `toggle`, the dashboard and the menu start with: auto, timer or until",
+                     .ko = "`toggle`, 대시보드, 메뉴가 시작하는 방식: auto, timer, until"});
         k.push_back({.name = "timer-minutes", .settingsKey = SettingsKey::selectedMinutes, .kind = Kind::number,
                      .fallback = 60, .min = 0, .max = AppConfig::maxPeriodMinutes,
                      .en = "the timer's length in minutes (0 = no limit)",

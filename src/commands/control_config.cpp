@@ -101,9 +101,13 @@ std::optional<Reply> answerSettings(AwakeController& c, const std::string& reque
             return ok();
         }
         if (w[1] == "status") {
+            const auto& result = phone.lastResult();
+            // The notifier words a success as exactly this text.
+            const bool delivered = result && *result == T("전송됨", "Sent");
             return ok(json{{"enabled", phone.enabled()},
                            {"topic", phone.topic()},
-                           {"lastResult", phone.lastResult() ? json(*phone.lastResult()) : json(nullptr)}}
+                           {"lastResult", result ? json(*result) : json(nullptr)},
+                           {"delivered", delivered}}
                           .dump());
         }
     }
