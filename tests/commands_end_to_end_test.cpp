@@ -79,6 +79,7 @@ TEST_F(CommandsEndToEnd, RefusalsWithoutTheAppNameTheProblemAndChangeNothing) {
         {{"sleep"}, 3, "Duskwell is not running"},
         {{"status"}, 3, "has not run yet"},
         {{"phone", "test"}, 3, "start it first"},
+        {{"config", "set", "launch-at-login", "on"}, 3, "launch-at-login is changed by the running Duskwell"},
         {{"start", "--mode", "forever"}, 2, "--mode takes auto, timer or until"},
         {{"start", "--minutes", "ninety"}, 2, "--minutes takes a whole number of minutes from 0 to 10080"},
         {{"start", "--minutes", "10081"}, 2, "from 0 to 10080"},
@@ -122,7 +123,10 @@ TEST_F(CommandsEndToEnd, RefusalsOfTheRunningAppCarryItsReason) {
         {{"extend", "30"}, 1, "No session is running."},
         {{"phone", "test"}, 1, "Phone alerts are off (duskwell phone on)."},
     });
-    ASSERT_EQ(home.cli({"start", "--mode", "timer", "--minutes", "0"}).status, 0);
+    const RunResult unlimited = home.cli({"start", "--mode", "timer", "--minutes", "0"});
+    ASSERT_EQ(unlimited.status, 0) << unlimited.errors;
+    EXPECT_EQ(unlimited.output, "No time limit\n");
+    EXPECT_THAT(home.cli({"status"}).output, HasSubstr("No time limit\nMode: timer\n"));
     expectRefusals({{{"extend", "30"}, 1, "This session has no end time"}});
     EXPECT_FALSE(status().contains("endsAt")) << "the refused extend changed nothing";
 }

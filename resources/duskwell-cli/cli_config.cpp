@@ -105,6 +105,8 @@ int configSet(const std::vector<std::string>& words) {
         if (!e.reply) return e.failure;
         const json answer = json::parse(e.reply->text, nullptr, false);
         if (answer.is_object() && answer.contains(key->name)) now = answer[key->name];
+    } else if (key->needsApp) {
+        return fail(notRunning, say(Msg::keyNeedsApp, {key->name}));
     } else if (const auto error = ConfigKeys::write(*key, *services().settings, value)) {
         return fail(refused, *error);
     }

@@ -53,6 +53,8 @@ constexpr Row rows[] = {
     {Msg::sleepsIn, "Sleeps in: {1} s unless agents work", "잠자기까지: {1}초 (에이전트가 일하지 않으면)"},
     {Msg::unknownKey, "unknown setting '{1}' (see duskwell config --help)",
      "알 수 없는 설정 '{1}' (duskwell config --help 참고)"},
+    {Msg::keyNeedsApp, "{1} is changed by the running Duskwell; start it first",
+     "{1}은(는) 실행 중인 Duskwell이 바꿔요. 먼저 시작하세요"},
     {Msg::configUsage, "usage: duskwell config get [KEY] | config set KEY VALUE",
      "사용법: duskwell config get [KEY] | config set KEY VALUE"},
     {Msg::changedLive, "{1} = {2}", "{1} = {2}"},

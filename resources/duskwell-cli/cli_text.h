@@ -9,7 +9,7 @@ enum class Msg {
     notRunning, cantReach, notUnderstood, refusedCommand, outOfDate, unknownCommand, unexpected, needsValue,
     modeWords, minutesNumber, atFormat, minutesWithAuto, minutesWithUntil, atWithMode, extendMinutes, noArguments,
     notWrittenYet, neverRan, lastState, secondsAgo, minutesAgo, hoursAgo, modeLabel, endsAtLabel, sleepsIn,
-    unknownKey, configUsage, changedLive, savedOffline, phoneUsage, phoneOn, phoneOff, phoneTestNeedsApp,
+    unknownKey, keyNeedsApp, configUsage, changedLive, savedOffline, phoneUsage, phoneOn, phoneOff, phoneTestNeedsApp,
     phoneTestResult, phoneTestPending, helperUsage, helperInstalled, helperRemoved, connectUsage, noHooks, connected, disconnected,
     helpUsage, helpIntro, helpCommands, helpOptions, helpExit, helpKeys,
 };

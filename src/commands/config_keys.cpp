@@ -41,7 +41,7 @@ const std::vector<Key>& all() {
         k.push_back({.name = "max-performance", .settingsKey = SettingsKey::maxPerformance, .fallback = true,
                      .en = "the performance power profile while running", .ko = "실행 중 최대 성능 전원 프로필"});
         k.push_back({.name = "launch-at-login", .kind = Kind::onOff, .fallback = false,
-                     .en = "start Duskwell when you log in", .ko = "로그인하면 Duskwell 시작",
+                     .en = "start Duskwell when you log in", .ko = "로그인하면 Duskwell 시작", .needsApp = true,
                      .read = [] { return json(services().platform->loginItemEnabled()); },
                      .write = [](const json& v) { return services().platform->setLoginItem(v.get<bool>()); }});
         k.push_back({.name = "phone.enabled", .settingsKey = SettingsKey::phoneEnabled, .fallback = false,

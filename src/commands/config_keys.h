@@ -31,6 +31,8 @@ struct Key {
     std::vector<long long> choices;
     std::vector<std::string> words;  // for `word`: stored by index
     std::string en, ko;               // what it is, for `config --help` and `config get`
+    // Only the running app can change it (the login item names the app's own program).
+    bool needsApp = false;
     // Keys that live outside the settings store (the login item).
     std::function<nlohmann::json()> read;
     std::function<std::optional<std::string>(const nlohmann::json&)> write;  // the error text
