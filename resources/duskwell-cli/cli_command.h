@@ -35,6 +35,7 @@ struct Command {
     std::vector<Option> options;
     // Runs with the words after the subcommand's name; returns an Exit code.
     std::function<int(const std::vector<std::string>& args)> run;
+    std::vector<Option> keys;  // `config`'s settings, each named with its values
 };
 
 std::vector<Command>& registry();

@@ -186,11 +186,26 @@ int runPhoneSwitch(const std::vector<std::string>& args) {
 
 namespace {
 
-std::vector<Option> keyOptions() {
+// "auto|timer|until", "0|5|10", "0-10080", "on|off", "URL|\"\"": what a key takes.
+std::string values(const ConfigKeys::Key& k) {
+    std::string out;
+    switch (k.kind) {
+        case ConfigKeys::Kind::onOff: return "on|off";
+        case ConfigKeys::Kind::url: return "URL|\"\"";
+        case ConfigKeys::Kind::word:
+            for (const auto& w : k.words) out += (out.empty() ? "" : "|") + w;
+            return out;
+        case ConfigKeys::Kind::number:
+            if (k.choices.empty()) return std::to_string(k.min) + "-" + std::to_string(k.max);
+            for (auto c : k.choices) out += (out.empty() ? "" : "|") + std::to_string(c);
+            return out;
+    }
+    return out;
+}
+
+std::vector<Option> keyHelp() {
     std::vector<Option> out;
-    for (const auto& k : ConfigKeys::all()) out.push_back({k.name, {k.en.c_str(), k.ko.c_str()}});
-    out.push_back({"--json", {"print one JSON object: {\"ok\", \"settings\"|\"key\", \"value\", \"running\"}",
-                              "JSON 객체 하나를 출력: {\"ok\", \"settings\"|\"key\", \"value\", \"running\"}"}});
+    for (const auto& k : ConfigKeys::all()) out.push_back({k.name + " " + values(k), {k.en.c_str(), k.ko.c_str()}});
     return out;
 }
 
@@ -198,8 +213,12 @@ const Registration registrations[] = {
     Registration{{"config", "config get [KEY] [--json] | config set KEY VALUE [--json]",
                   {"Read or change a setting; the running Duskwell applies a change at once.",
                    "설정을 읽거나 바꿔요. 실행 중인 Duskwell은 바로 적용해요."},
-                  keyOptions(),
-                  runConfig}},
+                  {{"--json", {"print one JSON object: {\"ok\", \"running\", \"settings\"} or {\"ok\", \"running\", "
+                               "\"key\", \"value\"}",
+                               "JSON 객체 하나를 출력: {\"ok\", \"running\", \"settings\"} 또는 {\"ok\", \"running\", "
+                               "\"key\", \"value\"}"}}},
+                  runConfig,
+                  keyHelp()}},
     Registration{{"helper", "helper install|remove [--json]",
                   {"Install or remove the power helper (asks for the administrator's password once).",
                    "전원 도우미를 설치하거나 제거해요 (관리자 암호를 한 번 물어요)."},

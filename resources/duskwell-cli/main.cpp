@@ -74,6 +74,7 @@ std::vector<Command> sorted() {
 void printHelp(std::ostream& out) {
     out << say(Msg::helpUsage) << "\n\n" << say(Msg::helpIntro) << "\n\n" << say(Msg::helpCommands) << "\n";
     for (const auto& c : sorted()) out << "  " << c.synopsis << "\n      " << c.summary.text() << "\n";
+    out << "  --version\n      duskwell " << version() << "\n";
     out << "\n" << say(Msg::helpExit) << "\n";
 }
 
@@ -82,6 +83,10 @@ void printCommandHelp(const Command& c, std::ostream& out) {
     if (!c.options.empty()) {
         out << "\n" << say(Msg::helpOptions) << "\n";
         for (const auto& o : c.options) out << "  " << o.name << "\n      " << o.help.text() << "\n";
+    }
+    if (!c.keys.empty()) {
+        out << "\n" << say(Msg::helpKeys) << "\n";
+        for (const auto& k : c.keys) out << "  " << k.name << "\n      " << k.help.text() << "\n";
     }
     out << "\n" << say(Msg::helpExit) << "\n";
 }
