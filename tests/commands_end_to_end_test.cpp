@@ -7,6 +7,7 @@
 
 #include <ctime>
 
+#include "commands/control_socket.h"
 #include "daemon_fixture.h"
 #include "ntfy_test_server.h"
 
@@ -271,6 +272,30 @@ TEST_F(CommandsEndToEnd, EachCommandHasHelpListingItsOptions) {
         }
     }
     EXPECT_GE(commands, 11) << top.output;
+}
+
+// An app of the first protocol version knows URLs and ping only: settings are refused, and
+// never written to the file behind its back.
+TEST_F(CommandsEndToEnd, AnOlderRunningAppIsNamedAndNotBypassed) {
+    std::vector<std::string> seen;
+    auto server = ControlServer::start(
+        home.support() + "/control.sock", [](std::function<void()> task) { task(); },
+        [&seen](const std::string& request) {
+            seen.push_back(request);
+            return ControlProtocol::Reply{request == "ping" ? ControlProtocol::ReplyKind::ok
+                                                            : ControlProtocol::ReplyKind::notHandled};
+        });
+    ASSERT_TRUE(server);
+    expectRefusals({
+        {{"config", "set", "battery-floor", "20"}, 1, "the running Duskwell is older than this command"},
+        {{"config", "get"}, 1, "older than this command"},
+        {{"phone", "on"}, 1, "older than this command"},
+        {{"helper", "install"}, 1, "older than this command"},
+    });
+    EXPECT_FALSE(fs::exists(home.support() + "/settings.json"));
+    EXPECT_FALSE(fs::exists(home.admins()));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "version"), 8) << "asked first, every time";
+    EXPECT_EQ(seen.size(), 8u) << ::testing::PrintToString(seen);
 }
 
 TEST_F(CommandsEndToEnd, OpenURLForwardsToTheRunningDaemon) {
