@@ -30,6 +30,8 @@ public:
                    .status == 0;
     }
     std::string screen() const { return tmux({"capture-pane", "-p", "-t", "dw"}).output; }
+    // The screen with its attributes as escape sequences (bold, inverse).
+    std::string screenWithAttributes() const { return tmux({"capture-pane", "-p", "-e", "-t", "dw"}).output; }
     void keys(const std::string& key) const { tmux({"send-keys", "-t", "dw", key}); }
     bool alive() const { return tmux({"has-session", "-t", "dw"}).status == 0; }
 
@@ -78,11 +80,10 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsSettingsComeAndGoAndQui
     ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
 
-    // The remaining time counts down, and the status item shows the period's title.
-    std::optional<std::string> first, later;
+    // The clock shows (the attached test below watches it move), and the status item the
+    // period's title.
+    std::optional<std::string> first;
     ASSERT_TRUE(waitFor([&] { return (first = countdown(tmux.screen())).has_value(); }, 5)) << tmux.screen();
-    EXPECT_TRUE(waitFor([&] { later = countdown(tmux.screen()); return later && *later != *first; }, 5))
-        << *first << " never changed";
     EXPECT_THAT(*first, ::testing::MatchesRegex("(29|30):[0-9][0-9]"));
     EXPECT_THAT(titleBar(tmux.screen()), HasSubstr("⚡ 30m"));
 
@@ -113,6 +114,102 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsSettingsComeAndGoAndQui
     const auto settings = home.settings();
     ASSERT_TRUE(settings);
     EXPECT_FALSE(settings->value("restore.lid", false));
+}
+
+// The service runs without a terminal (as under systemd); dashboards attach to it, act on
+// it, and leave it running when they close; Q stops it.
+TEST(DaemonDashboard, AttachedDashboardsShowAndChangeTheRunningServiceWhichOutlivesThem) {
+    if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
+    DaemonHome home;
+    auto service = home.startDaemon();
+    ASSERT_TRUE(service->running());
+    Tmux tmux(home.bin());
+
+    // `duskwell dashboard`, without colours: the service's state and the attached key map.
+    ASSERT_TRUE(tmux.start("NO_COLOR=1 " + binary("duskwell-cli") + " dashboard", 100, 40));
+    ASSERT_TRUE(tmux.waitForText("Idle", 10)) << tmux.screen();
+    std::string screen = tmux.screen();
+    EXPECT_THAT(screen, HasSubstr("q close"));
+    EXPECT_THAT(screen, HasSubstr("Q stop service"));
+    EXPECT_THAT(screen, Not(HasSubstr("Welcome")));  // the service's log had it, without a key to press
+    EXPECT_THAT(tmux.screenWithAttributes(), Not(HasSubstr("\x1b[7m")));
+    const std::string log = testing::readFile(home.daemonLog()).value_or("");
+    EXPECT_THAT(log, HasSubstr("duskwell dashboard"));
+    EXPECT_THAT(log, Not(HasSubstr("press")));
+
+    // A timer from the keyboard runs in the service; the help names the five presets.
+    tmux.keys("t");
+    ASSERT_TRUE(tmux.waitForText("[5] 8h", 5)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), HasSubstr("1-5/0 presets"));
+    tmux.keys("2");
+    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
+    EXPECT_TRUE(waitFor([&] { auto st = home.status(); return st && st->value("active", false); }, 5));
+    EXPECT_EQ(home.status()->value("mode", ""), "timer");
+    std::optional<std::string> first;
+    ASSERT_TRUE(waitFor([&] { return (first = countdown(tmux.screen())).has_value(); }, 5)) << tmux.screen();
+    EXPECT_TRUE(waitFor([&] { auto later = countdown(tmux.screen()); return later && *later != *first; }, 5))
+        << "the pushed state never moved on from " << *first;
+
+    // d answers instead of doing nothing; a setting changed on the settings page lands in
+    // the service's settings file.
+    tmux.keys("d");
+    ASSERT_TRUE(tmux.waitForText("Screen off isn't available here", 5)) << tmux.screen();
+    tmux.keys("s");
+    ASSERT_TRUE(tmux.waitForText("Behavior", 5)) << tmux.screen();
+    tmux.keys("n");
+    ASSERT_TRUE(tmux.waitForText("under Notifications", 5)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), HasSubstr("[x] Max performance"));  // on by default
+    tmux.keys("m");
+    EXPECT_TRUE(waitFor([&] { auto st = home.settings(); return st && !st->value("maxPerformance", true); }, 5));
+    ASSERT_TRUE(tmux.waitForText("[ ] Max performance", 5)) << tmux.screen();
+
+    // q closes the dashboard only.
+    tmux.keys("q");
+    ASSERT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+    EXPECT_TRUE(service->running());
+    EXPECT_EQ(home.count("lid-off"), 0);
+    EXPECT_EQ(home.cli({"status"}).status, 0);
+
+    // duskwelld started again on a terminal attaches (in colour) to the same period on its
+    // main page; Q stops the service, which ends the period first.
+    ASSERT_TRUE(tmux.start(binary("duskwelld"), 100, 40));
+    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    EXPECT_THAT(tmux.screenWithAttributes(), HasSubstr("\x1b[7m"));
+    tmux.keys("Q");
+    EXPECT_TRUE(waitFor([&] { return !service->running(); }, 10));
+    EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+    EXPECT_EQ(home.count("lid-off"), 1);
+    EXPECT_THAT(testing::readFile(home.daemonLog()).value_or(""), HasSubstr("stop asked by a dashboard"));
+}
+
+// A dumb terminal gets plain lines, no drawn screen; without a service there is nothing to
+// attach to.
+TEST(DaemonDashboard, DumbTerminalsGetLinesAndNoServiceMeansNoAttach) {
+    if (::access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "tmux is not installed";
+    DaemonHome home;
+    const RunResult none = home.cli({"dashboard"});
+    EXPECT_NE(none.status, 0);  // not a terminal here, and no service either
+    Tmux tmux(home.bin());
+    ASSERT_TRUE(tmux.start(binary("duskwelld") + " --attach; echo exit=$?; sleep 20", 100, 20));
+    ASSERT_TRUE(tmux.waitForText("exit=1", 10)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), HasSubstr("not running"));
+    tmux.tmux({"kill-server"});
+
+    // The service itself on a dumb terminal: its log lines, no dashboard.
+    ASSERT_TRUE(tmux.start("TERM=dumb " + binary("duskwelld"), 100, 20));
+    ASSERT_TRUE(tmux.waitForText("mode auto · idle", 10)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), Not(HasSubstr("q quit")));
+    tmux.keys("C-c");
+    ASSERT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+
+    auto service = home.startDaemon();
+    ASSERT_TRUE(tmux.start("TERM=dumb " + binary("duskwelld"), 100, 20));
+    ASSERT_TRUE(tmux.waitForText("Idle · Everything is quiet", 10)) << tmux.screen();
+    EXPECT_THAT(tmux.screen(), Not(HasSubstr("q close")));
+    tmux.keys("C-c");
+    EXPECT_TRUE(waitFor([&] { return !tmux.alive(); }, 10));
+    EXPECT_TRUE(service->running());
 }
 
 }  // namespace

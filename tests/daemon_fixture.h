@@ -35,6 +35,8 @@ public:
         env_.set("DUSKWELL_TEST_NTFY", ntfyURL.empty() ? "http://127.0.0.1:9" : ntfyURL);
         env_.set("DUSKWELL_TEST_FEED", "http://127.0.0.1:9/version.json");
         if (timeScale > 0) env_.set("DUSKWELL_TEST_TIME_SCALE", std::to_string(timeScale));
+        // Never the desktop's session bus: a daemon under test must not show up in its tray.
+        env_.set("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home() + "/no-session-bus");
         env_.set("LANG", "C");
         env_.set("LC_ALL", "");
         env_.set("LANGUAGE", "");

@@ -11,7 +11,7 @@ enum class Msg {
     notWrittenYet, neverRan, lastState, secondsAgo, minutesAgo, hoursAgo, modeLabel, endsAtLabel, sleepsIn,
     unknownKey, keyNeedsApp, configUsage, changedLive, savedOffline, phoneUsage, phoneOn, phoneOff, phoneTestNeedsApp,
     phoneTestResult, phoneTestPending, helperUsage, helperInstalled, helperRemoved, connectUsage, noHooks, connected, disconnected,
-    helpUsage, helpIntro, helpCommands, helpOptions, helpExit, helpKeys,
+    dashboardOnMac, dashboardNeedsTerminal, cannotRun, helpUsage, helpIntro, helpCommands, helpOptions, helpExit, helpKeys,
 };
 
 // The text of `m` in the app's language, "{1}", "{2}" replaced by `args`.

@@ -36,6 +36,14 @@ public:
 
     const std::string& path() const;
 
+    // Streaming: a client whose request equals `watchRequest` and is answered "ok" stays
+    // connected and is sent every line `publish` hands over afterwards (the latest one first).
+    // A watcher that reads slowly only ever gets the newest line (older ones are dropped,
+    // never queued); one that takes no data for 10 seconds is disconnected. Any thread.
+    void publish(std::string line);
+    std::size_t watchers() const;
+    static constexpr std::string_view watchRequest = "watch";
+
     struct Impl;
 
 private:

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -157,7 +158,33 @@ struct Client {
     std::string buffer;
     std::chrono::steady_clock::time_point deadline;
     std::shared_ptr<Exchange> exchange;  // set once a complete line went to the main queue
+    bool watchRequest = false;           // asked to stay and be sent what is published
+    bool watching = false;
+    std::string out;                     // a watcher's unsent rest of one published line
+    std::uint64_t sent = 0;              // the generation of the last line it was given
 };
+
+// A watcher that takes nothing for this long is dropped: a stopped client must not hold a
+// slot (or its line) for ever.
+constexpr auto kWatcherStall = std::chrono::seconds(10);
+
+// Writes what the socket takes now; false when the peer is gone.
+bool sendSome(int fd, std::string& out) {
+#ifdef MSG_NOSIGNAL
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+#else
+    const int flags = MSG_DONTWAIT;
+#endif
+    while (!out.empty()) {
+        const ssize_t n = ::send(fd, out.data(), out.size(), flags);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return errno == EAGAIN || errno == EWOULDBLOCK;
+        }
+        out.erase(0, static_cast<std::size_t>(n));
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -173,18 +200,66 @@ struct ControlServer::Impl {
     // Shared with posted tasks so that a late task sees the server is gone.
     std::shared_ptr<std::atomic<bool>> alive = std::make_shared<std::atomic<bool>>(true);
     std::vector<Client> clients;  // the server thread's alone
+    // The newest published line and its generation (0: nothing published yet).
+    std::mutex publishedMutex;
+    std::string published;
+    std::uint64_t generation = 0;
+    std::atomic<std::size_t> watcherCount{0};
+
+    void wake() {
+        const char byte = 'p';
+        [[maybe_unused]] const ssize_t n = ::write(wakeWrite->get(), &byte, 1);
+    }
+    // Hands watchers the newest line and writes what their sockets take.
+    void feedWatchers();
 
     void run();
     void accept();
     // Reads what a client sent; false when the client is finished with (answered or gone).
     bool read(Client& client);
     void dispatch(Client& client, const std::string& request);
-    static void answer(Client& client, const Reply& reply);
+    void answer(Client& client, const Reply& reply);
 };
 
 void ControlServer::Impl::answer(Client& client, const Reply& reply) {
     sendAll(client.fd.get(), ControlProtocol::format(reply) + "\n");
+    if (client.watchRequest && reply.kind == ReplyKind::ok) {
+        client.watching = true;
+        client.exchange.reset();
+        client.deadline = std::chrono::steady_clock::now() + kWatcherStall;
+        watcherCount.fetch_add(1);
+        return;
+    }
     client.fd.reset();
+}
+
+void ControlServer::Impl::feedWatchers() {
+    std::string line;
+    std::uint64_t gen = 0;
+    {
+        std::lock_guard lock(publishedMutex);
+        line = published;
+        gen = generation;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    for (auto& c : clients) {
+        if (!c.watching || !c.fd.valid()) continue;
+        // Until the socket is full or the watcher has the newest line: a line finished now
+        // may already be stale, and no later wake-up would say so.
+        while (c.fd.valid() && (!c.out.empty() || c.sent < gen)) {
+            if (c.out.empty()) {
+                c.out = line + "\n";
+                c.sent = gen;
+                c.deadline = now + kWatcherStall;  // the stall is counted from having something
+            }
+            const std::size_t before = c.out.size();
+            if (!sendSome(c.fd.get(), c.out)) c.fd.reset();
+            else if (c.out.size() < before) c.deadline = now + kWatcherStall;
+            else if (now >= c.deadline) c.fd.reset();  // took nothing for too long
+            if (!c.out.empty()) break;
+        }
+        if (!c.fd.valid()) watcherCount.fetch_sub(1);
+    }
 }
 
 // Every client is served by this one thread at once: poll waits for the listener, the wake
@@ -197,8 +272,10 @@ void ControlServer::Impl::run() {
         auto next = Clock::time_point::max();
         for (const auto& c : clients) {
             if (c.exchange) continue;  // waiting for the main queue
-            fds.push_back({c.fd.get(), POLLIN, 0});
-            next = std::min(next, c.deadline);
+            // A watcher is polled to notice its hang-up, and for room when a line is pending.
+            const short events = c.watching && !c.out.empty() ? POLLIN | POLLOUT : POLLIN;
+            fds.push_back({c.fd.get(), events, 0});
+            if (!c.watching || !c.out.empty()) next = std::min(next, c.deadline);
         }
         int timeout = -1;
         if (next != Clock::time_point::max()) {
@@ -229,15 +306,29 @@ void ControlServer::Impl::run() {
         for (auto& c : clients) {
             if (!c.fd.valid() || c.exchange) continue;
             const auto revents = at < fds.size() && fds[at].fd == c.fd.get() ? fds[at++].revents : 0;
+            if (c.watching) {
+                if (revents & (POLLIN | POLLHUP | POLLERR)) {
+                    // Anything a watcher sends is ignored; its end of the stream ends it.
+                    char drain[256];
+                    const ssize_t n = ::recv(c.fd.get(), drain, sizeof drain, MSG_DONTWAIT);
+                    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+                        c.fd.reset();
+                        watcherCount.fetch_sub(1);
+                    }
+                }
+                continue;
+            }
             if (revents) read(c);
             else if (now >= c.deadline) answer(c, {ReplyKind::error, "no request line"});
         }
+        feedWatchers();
         std::erase_if(clients, [](const Client& c) { return !c.fd.valid(); });
         if (r > 0 && (fds[0].revents & POLLIN)) accept();
     }
     for (auto& c : clients)
         if (c.exchange) answer(c, {ReplyKind::error, "shutting down"});
     clients.clear();
+    watcherCount.store(0);
 }
 
 void ControlServer::Impl::accept() {
@@ -245,7 +336,9 @@ void ControlServer::Impl::accept() {
     if (!fd.valid()) return;
     ::fcntl(fd.get(), F_SETFD, FD_CLOEXEC);
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
-    Client client{std::move(fd), {}, std::chrono::steady_clock::now() + kClientDeadline, nullptr};
+    Client client;
+    client.fd = std::move(fd);
+    client.deadline = std::chrono::steady_clock::now() + kClientDeadline;
     const auto uid = peerUid(client.fd.get());
     if (!uid || *uid != ::geteuid()) return answer(client, {ReplyKind::error, "refused"});
     if (clients.size() >= kMaxClients) return answer(client, {ReplyKind::error, "busy"});
@@ -277,6 +370,7 @@ bool ControlServer::Impl::read(Client& client) {
         answer(client, {ReplyKind::error, "malformed request"});
         return false;
     }
+    client.watchRequest = request == watchRequest;
     dispatch(client, request);
     return true;
 }
@@ -373,6 +467,17 @@ ControlServer::~ControlServer() {
 }
 
 const std::string& ControlServer::path() const { return impl_->path; }
+
+void ControlServer::publish(std::string line) {
+    {
+        std::lock_guard lock(impl_->publishedMutex);
+        impl_->published = std::move(line);
+        ++impl_->generation;
+    }
+    impl_->wake();
+}
+
+std::size_t ControlServer::watchers() const { return impl_->watcherCount.load(); }
 
 ControlResponse sendControlRequest(const std::string& socketPath, const std::string& request,
                                    double timeoutSeconds) {

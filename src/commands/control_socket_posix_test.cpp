@@ -2,6 +2,7 @@
 #include "commands/control_socket.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -253,6 +254,68 @@ TEST_F(ControlSocketTest, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(silent[0]->reply(), "error no request line\n");
     EXPECT_LT(std::chrono::steady_clock::now() - waited, std::chrono::seconds(3));
     EXPECT_EQ(rec.count(), 5u);
+}
+
+bool waitUntil(const std::function<bool()>& ok, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!ok()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+// Reads lines until one starts with `prefix`; every line read, in order. Stops after 5 s.
+std::vector<std::string> linesUntil(int fd, const std::string& prefix) {
+    std::vector<std::string> lines;
+    std::string partial;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, 100) <= 0) continue;
+        char buf[65536];
+        const ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n <= 0) break;
+        partial.append(buf, static_cast<size_t>(n));
+        for (size_t at; (at = partial.find('\n')) != std::string::npos; partial.erase(0, at + 1)) {
+            lines.push_back(partial.substr(0, at));
+            if (lines.back().rfind(prefix, 0) == 0) return lines;
+        }
+    }
+    return lines;
+}
+
+// Watchers: "ok", then the newest published line and every later one; a watcher that
+// reads nothing costs the publisher and the other clients nothing (lines are replaced,
+// never queued); one that hangs up is counted out.
+TEST_F(ControlSocketTest, WatchersGetTheNewestLinesAndASlowOneHoldsNobodyUp) {
+    Recorder rec;
+    auto server = ControlServer::start(path(), runNow, rec.handler());
+    ASSERT_TRUE(server);
+    server->publish("state 0");
+    auto fast = std::make_unique<RawClient>(path());
+    RawClient slow(path());
+    const int small = 4096;
+    ::setsockopt(slow.fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    fast->send("watch\n");
+    slow.send("watch\n");
+    EXPECT_EQ(linesUntil(fast->fd, "state 0"), (std::vector<std::string>{"ok", "state 0"}));
+    ASSERT_TRUE(waitUntil([&] { return server->watchers() == 2; }, 2));
+
+    const std::string bulk(256 * 1024, 'x');
+    const auto started = std::chrono::steady_clock::now();
+    for (int i = 1; i <= 200; ++i) server->publish("state " + std::to_string(i) + " " + bulk);
+    const auto ping = sendControlRequest(path(), "ping", 5);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(1));
+    EXPECT_EQ(ping.reply.kind, ReplyKind::ok) << ping.text;
+    const auto seen = linesUntil(fast->fd, "state 200 ");
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back().substr(0, 10), "state 200 ");
+    EXPECT_LT(seen.size(), 200u);  // the 200 publications came faster than 50 MB could be read
+
+    fast.reset();
+    EXPECT_TRUE(waitUntil([&] { return server->watchers() == 1; }, 2));
+    EXPECT_EQ(rec.count(), 3u);  // two watch requests and the ping went through the handler
 }
 
 // In a child that has switched to another user: connect, send, read the reply into `out`.

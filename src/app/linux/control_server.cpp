@@ -9,11 +9,17 @@
 
 namespace duskwell {
 
-std::unique_ptr<ControlServer> startControlServer(AwakeController& controller, std::string* error) {
+std::unique_ptr<ControlServer> startControlServer(AwakeController& controller, std::string* error,
+                                                  ControlPreHandler before) {
     Dispatcher* main = services().dispatcher;
     return ControlServer::start(
         AppConfig::controlSocket(), [main](std::function<void()> task) { main->post(std::move(task)); },
-        [&controller](const std::string& request) { return ControlProtocol::answer(controller, request); }, error);
+        [&controller, before](const std::string& request) {
+            if (before)
+                if (auto reply = before(request)) return *reply;
+            return ControlProtocol::answer(controller, request);
+        },
+        error);
 }
 
 int openURLCommand(const std::string& url, std::ostream& err) {

@@ -11,6 +11,7 @@ struct DaemonOptions {
     bool version = false;
     bool noDashboard = false;           // --log: one line per change even on a terminal
     bool restoreOnly = false;           // --restore: launch recovery only, then exit
+    bool attach = false;                // --attach: the running service's dashboard, never a new service
     std::optional<std::string> openURL;  // --open-url URL, or a bare duskwell:// argument
     std::optional<std::string> error;    // what was wrong with the arguments
 };

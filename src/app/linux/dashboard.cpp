@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
 
 #include "core/app_config.h"
@@ -182,7 +183,11 @@ std::vector<std::string> keyMap(const DashboardView& v, int width) {
     std::vector<std::string> items;
     const bool settings = v.popover.screen == Screen::settings;
     if (!settings) items.push_back(T("a/t/u 모드", "a/t/u mode"));
-    if (!settings && v.popover.main && v.popover.main->timer) items.push_back(T("1-9/0 프리셋", "1-9/0 presets"));
+    if (!settings && v.popover.main && v.popover.main->timer && v.popover.main->timer->chips.size() > 1) {
+        // The chips say how many presets there are: keys 1..N, and 0 for no limit.
+        const std::string last = std::to_string(std::min<std::size_t>(v.popover.main->timer->chips.size() - 1, 9));
+        items.push_back(T("1-" + last + "/0 프리셋", "1-" + last + "/0 presets"));
+    }
     if (settings) items.push_back(T("1-9 연동 · m/l/h/o 스위치 · [ ] 배터리", "1-9 agents · m/l/h/o switches · [ ] battery"));
     for (const auto& kb : v.bindings) {
         if (!kb.hint.empty()) items.push_back(kb.keyLabel + " " + kb.hint);
@@ -199,20 +204,57 @@ std::vector<std::string> keyMap(const DashboardView& v, int width) {
 
 }  // namespace
 
+bool terminalWantsColor() {
+    const char* noColor = std::getenv("NO_COLOR");
+    return !(noColor && *noColor) && !terminalIsDumb();
+}
+
+bool terminalIsDumb() {
+    const char* term = std::getenv("TERM");
+    return term && std::string_view(term) == "dumb";
+}
+
+std::optional<std::string> noticeInsteadOf(const Action& action) {
+    switch (action.kind) {
+        case Action::Kind::turnOffDisplay:
+            return T("여기서는 화면을 끌 수 없어요 — 데스크톱의 전원 설정을 쓰세요",
+                     "Screen off isn't available here — use your desktop's power settings");
+        case Action::Kind::openNotificationSettings:
+            return T("데스크톱 알림은 데스크톱 설정의 알림 항목에서 바꿔요",
+                     "Desktop notifications are set in your desktop's settings, under Notifications");
+        default:
+            return std::nullopt;
+    }
+}
+
+void addNoticeBindings(std::vector<KeyBinding>& bindings, const PopoverModel& popover) {
+    if (!popover.settings || !popover.settings->permissions.notifications.button) return;
+    const Button& open = *popover.settings->permissions.notifications.button;
+    if (open.enabled || !noticeInsteadOf(open.action)) return;  // bound already, or nothing to say
+    bindings.push_back(KeyBinding{Key::character('n'), "n", "", DashboardCommand{DashboardCommand::Kind::perform, open.action}});
+}
+
 std::string welcomeText() {
     return T("Duskwell에 오신 것을 환영합니다 — s를 눌러 에이전트 연동, 폰 알림, 전원 도우미를 설정하세요",
              "Welcome to Duskwell — press s to connect your agents, phone alerts and the power helper");
 }
 
 DashboardView makeDashboardView(AwakeController& c, std::optional<std::string> welcome, bool color) {
+    PopoverModel popover = makePopoverModel(c);
+    const Action phoneToggle =
+        popover.settings ? popover.settings->phone.toggle.action : makeSettingsPage(c).phone.toggle.action;
+    return makeDashboardView(makeStatusItemModel(c), std::move(popover), phoneToggle, std::move(welcome), color);
+}
+
+DashboardView makeDashboardView(StatusItemModel status, PopoverModel popover, const Action& phoneToggle,
+                                std::optional<std::string> welcome, bool color) {
     DashboardView v;
-    v.status = makeStatusItemModel(c);
-    v.popover = makePopoverModel(c);
+    v.status = std::move(status);
+    v.popover = std::move(popover);
     v.color = color;
     if (v.popover.screen == Screen::main) v.welcome = std::move(welcome);
-    const Action phoneToggle =
-        v.popover.settings ? v.popover.settings->phone.toggle.action : makeSettingsPage(c).phone.toggle.action;
     v.bindings = keyBindings(v.popover, phoneToggle);
+    addNoticeBindings(v.bindings, v.popover);
     if (v.popover.settings && v.popover.settings->phone.qrText) {
         if (auto code = makeQrCode(*v.popover.settings->phone.qrText)) {
             std::istringstream lines(renderQrForTerminal(*code, color ? QrStyle::ansi : QrStyle::plain));
@@ -238,6 +280,7 @@ std::vector<std::string> renderDashboard(const DashboardView& v, int width, int 
     title = st.inverse(fitToWidth(title, width - 1, true));
 
     std::vector<std::string> body;
+    if (v.notice) body.push_back(st.inverse(" ℹ " + *v.notice + " "));
     if (v.popover.screen == Screen::settings && v.popover.settings) settingsPage(v, *v.popover.settings, st, body);
     else if (v.popover.main) mainPage(v, *v.popover.main, st, body);
 

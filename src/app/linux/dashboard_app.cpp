@@ -28,6 +28,8 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
     asio::steady_timer clock;
     asio::signal_set resize;
     std::optional<std::string> welcome;
+    std::optional<std::string> notice;
+    const bool color = terminalWantsColor();
     std::function<void()> onQuit;
     Subscription subscription;
     std::string lastFrame;
@@ -62,7 +64,8 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
         if (closed || !terminal) return;
         if (screenShown() != Screen::main) welcome.reset();  // seen the settings once: enough
         const auto [w, h] = terminal->size();
-        const DashboardView view = makeDashboardView(controller, welcome, true);
+        DashboardView view = makeDashboardView(controller, welcome, color);
+        view.notice = notice;
         std::string frame;
         for (const auto& line : renderDashboard(view, w, h, scroll)) {
             if (!frame.empty()) frame += "\n";
@@ -105,9 +108,10 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
 
     // False when the dashboard is finished.
     bool handle(const Key& key) {
-        const DashboardView view = makeDashboardView(controller, welcome, true);
+        const DashboardView view = makeDashboardView(controller, welcome, color);
         const auto command = commandForKey(view.bindings, key);
         if (!command) return true;
+        notice.reset();
         switch (command->kind) {
             case DashboardCommand::Kind::quit:
                 if (onQuit) onQuit();
@@ -119,6 +123,7 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
                 --scroll;
                 break;
             case DashboardCommand::Kind::perform: {
+                if ((notice = noticeInsteadOf(*command->action))) break;
                 const ActionOutcome outcome = perform(controller, *command->action);
                 if (outcome.terminate) {
                     if (onQuit) onQuit();

@@ -65,17 +65,6 @@ TEST_F(DashboardWithController, IdleMainPageBindsTheHeroButtonModesSettingsPhone
     EXPECT_EQ(commandForKey(bindings(), Key::character('q'))->kind, Cmd::Kind::quit);
 }
 
-TEST_F(DashboardWithController, TimerModeBindsPresetsToDigitsAndNoLimitToZero) {
-    c.setMode(KeepMode::timer);
-    const auto b = bindings();
-    const auto& presets = AwakeController::presets();
-    ASSERT_GE(presets.size(), 2u);
-    EXPECT_EQ(actionFor(b, '1'), Action::preset(presets[0]));
-    EXPECT_EQ(actionFor(b, '2'), Action::preset(presets[1]));
-    EXPECT_EQ(actionFor(b, '0'), Action::preset(0));
-    EXPECT_EQ(keyLabelFor(b, Action::preset(presets[0])), "1");
-}
-
 TEST_F(DashboardWithController, SettingsPageBindsBackSwitchesHelperAndBatteryGuard) {
     c.setScreen(Screen::settings);
     c.setBatteryFloor(10);
@@ -104,6 +93,8 @@ TEST_F(DashboardWithController, SettingsPageBindsBackSwitchesHelperAndBatteryGua
     viewtest::Access::viewsSetHelperInstalled(c, true);
     b = bindings();
     EXPECT_EQ(actionFor(b, 'w'), Action::make(K::uninstallHelper));  // installed: Remove
+    // No notification settings to open here, but n still answers (with a notice).
+    EXPECT_EQ(actionFor(b, 'n'), Action::make(K::openNotificationSettings));
 }
 
 TEST(DashboardKeys, UntilPickerStepsToTheNeighbouringQuarterHours) {
@@ -158,14 +149,20 @@ TEST_F(DashboardWithController, TallSettingsPageScrollsAndSaysThereIsMore) {
     EXPECT_EQ(bottom.find("more below"), std::string::npos);
 }
 
-TEST_F(DashboardWithController, ControlsShowTheirKeysAndTheWelcomeOnlyOnTheMainPage) {
+// Presets sit on the digits and show them beside their chips; the key map names exactly
+// the digits there are, and 0 is no limit.
+TEST_F(DashboardWithController, TimerPresetsAreDigitsShownBesideTheChipsAndCountedInTheKeyMap) {
     c.setMode(KeepMode::timer);
+    const DashboardView v = makeDashboardView(c, welcomeText(), false);
+    const auto& presets = AwakeController::presets();
+    EXPECT_EQ(actionFor(v.bindings, '1'), Action::preset(presets[0]));
+    EXPECT_EQ(actionFor(v.bindings, '0'), Action::preset(0));
+    EXPECT_FALSE(commandForKey(v.bindings, Key::character(static_cast<char>('1' + presets.size()))));
     int scroll = 0;
-    const std::string frame = joined(renderDashboard(makeDashboardView(c, welcomeText(), false), 100, 40, scroll));
-    EXPECT_NE(frame.find("[1] 30m"), std::string::npos) << frame;
-    EXPECT_NE(frame.find("[0] ∞"), std::string::npos) << frame;
-    EXPECT_NE(frame.find("[space] Start"), std::string::npos) << frame;
-    EXPECT_NE(frame.find("Welcome to Duskwell"), std::string::npos);
+    const std::string frame = joined(renderDashboard(v, 100, 40, scroll));
+    for (const std::string shown : {"[1] 30m", "[0] ∞", "[space] Start", "Welcome to Duskwell"})
+        EXPECT_NE(frame.find(shown), std::string::npos) << shown << "\n" << frame;
+    EXPECT_NE(frame.find("1-" + std::to_string(presets.size()) + "/0 presets"), std::string::npos) << frame;
     c.setScreen(Screen::settings);
     EXPECT_FALSE(makeDashboardView(c, welcomeText(), false).welcome.has_value());
 }

@@ -22,14 +22,18 @@
 #include "core/services.h"
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
+#include "core/localization.h"
 #include "daemon_options.h"
 #include "dashboard.h"
 #include "dashboard_app.h"
+#include "dashboard_client.h"
 #include "instance_lock.h"
 #include "power_off_watcher.h"
 #include "scaled_clock.h"
 #include "state_line.h"
 #include "terminal_session.h"
+#include "tray_icon.h"
+#include "view_service.h"
 
 namespace {
 
@@ -85,6 +89,12 @@ private:
     bool pending_ = false;
 };
 
+// The log has no keys to press: it names the command that opens the settings.
+std::string logWelcomeText() {
+    return T("Duskwell에 오신 것을 환영합니다 — 에이전트 연동, 폰 알림, 전원 도우미는 `duskwell dashboard`에서 설정하세요",
+             "Welcome to Duskwell — set up agents, phone alerts and the power helper with `duskwell dashboard`");
+}
+
 std::vector<std::string> arguments(int argc, char** argv) {
     std::vector<std::string> args;
     for (int i = 1; i < argc; ++i) args.emplace_back(argv[i]);
@@ -113,6 +123,10 @@ int main(int argc, char** argv) {
     AsioDispatcher dispatcher;
     RealServices real(dispatcher);
 
+    const bool onTerminal = ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    // `duskwell dashboard`: only ever the running service's face.
+    if (options.attach) return runAttachedDashboard();
+
     // Test-only: a faster wall clock (see docs/ARCHITECTURE.md, test-only overrides).
     std::optional<ScaledClock> scaledClock;
     std::optional<ServicesScope> scaledScope;
@@ -136,6 +150,8 @@ int main(int argc, char** argv) {
             std::cerr << "duskwelld: " << lockError << "\n";
             return 1;
         }
+        // Started again on a terminal: show the running one's dashboard.
+        if (onTerminal && !options.noDashboard && !options.openURL) return runAttachedDashboard();
         std::cerr << "duskwelld is already running"
                   << (busy.pid ? " (pid " + std::to_string(*busy.pid) + ")" : std::string()) << ".\n";
         if (options.openURL) {
@@ -151,14 +167,12 @@ int main(int argc, char** argv) {
         return 0;
     }
 
-    const bool dashboard = !options.noDashboard && ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+    // A dumb terminal cannot be drawn on: it gets the log lines.
+    const bool dashboard = !options.noDashboard && onTerminal && !terminalIsDumb();
     {
         AwakeController controller;
 
         std::string controlError;
-        std::unique_ptr<ControlServer> control = startControlServer(controller, &controlError);
-        if (!control && !dashboard) logLine("control socket unavailable: " + controlError);
-
         // Every way out except a crash goes through here exactly once: stop (restoring sleep
         // and the power settings), then leave the loop.
         bool shutDown = false;
@@ -168,6 +182,16 @@ int main(int argc, char** argv) {
             perform(controller, Action::make(Action::Kind::shutdown));
             dispatcher.quit();
         };
+
+        // Attached dashboards watch and act through the control socket.
+        ViewService views(dispatcher.context(), controller, [&] {
+            if (!dashboard) logLine("stop asked by a dashboard");
+            shutdown();
+        });
+        std::unique_ptr<ControlServer> control = startControlServer(
+            controller, &controlError, [&views](const std::string& request) { return views.answer(request); });
+        if (!control && !dashboard) logLine("control socket unavailable: " + controlError);
+        views.setServer(control.get());
 
         asio::signal_set signals(dispatcher.context(), SIGTERM, SIGINT, SIGHUP);
         signals.async_wait([&](const std::error_code& ec, int) {
@@ -199,10 +223,15 @@ int main(int argc, char** argv) {
                                                       shutdown);
             }
         }
+        views.setLocalFace(view != nullptr);
         if (!view) {
             changeLog = std::make_unique<ChangeLog>(dispatcher, controller);
-            if (firstLaunch) logLine(welcomeText());
+            if (firstLaunch) logLine(logWelcomeText());
         }
+
+        // The desktop's tray, when there is a session bus (it logs why when there is none).
+        const auto tray = TrayIcon::start(dispatcher.context(), controller,
+                                          {shutdown, dashboard ? nullptr : logLine});
 
         // Readers of status.json see this instance at once, not five ticks later.
         controller.writeStatusFile();
