@@ -283,7 +283,7 @@ TEST_F(CommandsEndToEnd, AnOlderRunningAppIsNamedAndNotBypassed) {
         [&seen](const std::string& request) {
             seen.push_back(request);
             return ControlProtocol::Reply{request == "ping" ? ControlProtocol::ReplyKind::ok
-                                                            : ControlProtocol::ReplyKind::notHandled};
+                                                            : ControlProtocol::ReplyKind::notHandled, {}};
         });
     ASSERT_TRUE(server);
     expectRefusals({
