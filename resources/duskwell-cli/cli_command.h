@@ -1,6 +1,8 @@
 #pragma once
 // The terminal command's subcommands register themselves here, one file each.
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,10 +37,11 @@ struct Command {
     std::vector<Option> options;
     // Runs with the words after the subcommand's name; returns an Exit code.
     std::function<int(const std::vector<std::string>& args)> run;
-    std::vector<Option> keys;  // `config`'s settings, each named with its values
 };
 
 std::vector<Command>& registry();
+// Further help sections by command name, printed under "Keys:" (`config`'s settings).
+std::map<std::string, std::vector<Option>>& helpKeys();
 
 // Adds a subcommand at start-up: `static Registration r{{"agents", ...}};`
 struct Registration {

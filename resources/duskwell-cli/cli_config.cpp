@@ -209,6 +209,8 @@ std::vector<Option> keyHelp() {
     return out;
 }
 
+const bool keysListed = (helpKeys()["config"] = keyHelp(), true);
+
 const Registration registrations[] = {
     Registration{{"config", "config get [KEY] [--json] | config set KEY VALUE [--json]",
                   {"Read or change a setting; the running Duskwell applies a change at once.",
@@ -217,8 +219,7 @@ const Registration registrations[] = {
                                "\"key\", \"value\"}",
                                "JSON 객체 하나를 출력: {\"ok\", \"running\", \"settings\"} 또는 {\"ok\", \"running\", "
                                "\"key\", \"value\"}"}}},
-                  runConfig,
-                  keyHelp()}},
+                  runConfig}},
     Registration{{"helper", "helper install|remove [--json]",
                   {"Install or remove the power helper (asks for the administrator's password once).",
                    "전원 도우미를 설치하거나 제거해요 (관리자 암호를 한 번 물어요)."},

@@ -22,6 +22,11 @@ std::vector<Command>& registry() {
     return commands;
 }
 
+std::map<std::string, std::vector<Option>>& helpKeys() {
+    static std::map<std::string, std::vector<Option>> keys;
+    return keys;
+}
+
 std::string Words::text() const { return T(ko, en); }
 
 bool jsonOutput() { return gJson; }
@@ -84,9 +89,9 @@ void printCommandHelp(const Command& c, std::ostream& out) {
         out << "\n" << say(Msg::helpOptions) << "\n";
         for (const auto& o : c.options) out << "  " << o.name << "\n      " << o.help.text() << "\n";
     }
-    if (!c.keys.empty()) {
+    if (const auto keys = helpKeys().find(c.name); keys != helpKeys().end()) {
         out << "\n" << say(Msg::helpKeys) << "\n";
-        for (const auto& k : c.keys) out << "  " << k.name << "\n      " << k.help.text() << "\n";
+        for (const auto& k : keys->second) out << "  " << k.name << "\n      " << k.help.text() << "\n";
     }
     out << "\n" << say(Msg::helpExit) << "\n";
 }

@@ -1,6 +1,7 @@
 #include "commands/config_keys.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "core/app_config.h"
 #include "core/localization.h"
@@ -14,41 +15,64 @@ namespace duskwell::ConfigKeys {
 
 using nlohmann::json;
 
+namespace {
+
+Key key(std::string name, std::string settingsKey, Kind kind, nlohmann::json fallback, std::string en, std::string ko) {
+    Key k;
+    k.name = std::move(name);
+    k.settingsKey = std::move(settingsKey);
+    k.kind = kind;
+    k.fallback = std::move(fallback);
+    k.en = std::move(en);
+    k.ko = std::move(ko);
+    return k;
+}
+
+Key number(Key k, long long min, long long max, std::vector<long long> choices = {}) {
+    k.min = min;
+    k.max = max;
+    k.choices = std::move(choices);
+    return k;
+}
+
+}  // namespace
+
 const std::vector<Key>& all() {
     static const std::vector<Key> keys = [] {
         std::vector<Key> k;
-        k.push_back({.name = "mode", .settingsKey = SettingsKey::mode, .kind = Kind::word, .fallback = "auto",
-                     .words = {"auto", "timer", "until"},
-                     .en = "the mode `toggle`, the dashboard and the menu start with: auto, timer or until",
-                     .ko = "`toggle`, 대시보드, 메뉴가 시작하는 방식: auto, timer, until"});
-        k.push_back({.name = "timer-minutes", .settingsKey = SettingsKey::selectedMinutes, .kind = Kind::number,
-                     .fallback = 60, .min = 0, .max = AppConfig::maxPeriodMinutes,
-                     .en = "the timer's length in minutes (0 = no limit)",
-                     .ko = "타이머 길이(분, 0 = 제한 없음)"});
-        k.push_back({.name = "auto-cap-hours", .settingsKey = SettingsKey::autoCapHours, .kind = Kind::number,
-                     .fallback = 8, .min = 0, .max = AppConfig::maxPeriodMinutes / 60,
-                     .en = "the longest an auto period lasts, in hours (0 = no cap)",
-                     .ko = "자동 모드의 최대 시간(시간, 0 = 제한 없음)"});
-        k.push_back({.name = "battery-floor", .settingsKey = SettingsKey::batteryFloor, .kind = Kind::number,
-                     .fallback = 10, .choices = {0, 5, 10, 15, 20, 30},
-                     .en = "battery guard: stop and sleep below this percentage (0 = off)",
-                     .ko = "배터리 보호: 이 비율 아래면 멈추고 잠자기(0 = 끔)"});
-        k.push_back({.name = "stop-on-heat", .settingsKey = SettingsKey::stopOnHeat, .fallback = true,
-                     .en = "heat protection: stop and sleep when it gets too hot",
-                     .ko = "과열 보호: 너무 뜨거워지면 멈추고 잠자기"});
-        k.push_back({.name = "lock-on-lid-close", .settingsKey = SettingsKey::lockOnLidClose, .fallback = true,
-                     .en = "lock the screen when the lid closes", .ko = "뚜껑을 닫으면 화면 잠금"});
-        k.push_back({.name = "max-performance", .settingsKey = SettingsKey::maxPerformance, .fallback = true,
-                     .en = "the performance power profile while running", .ko = "실행 중 최대 성능 전원 프로필"});
-        k.push_back({.name = "launch-at-login", .kind = Kind::onOff, .fallback = false,
-                     .en = "start Duskwell when you log in", .ko = "로그인하면 Duskwell 시작", .needsApp = true,
-                     .read = [] { return json(services().platform->loginItemEnabled()); },
-                     .write = [](const json& v) { return services().platform->setLoginItem(v.get<bool>()); }});
-        k.push_back({.name = "phone.enabled", .settingsKey = SettingsKey::phoneEnabled, .fallback = false,
-                     .en = "phone alerts through ntfy", .ko = "ntfy를 통한 폰 알림"});
-        k.push_back({.name = "phone.server", .settingsKey = SettingsKey::phoneServer, .kind = Kind::url,
-                     .fallback = "", .en = "the ntfy server for phone alerts (\"\" = " + AppConfig::ntfyServer() + ")",
-                     .ko = "폰 알림용 ntfy 서버(\"\" = " + AppConfig::ntfyServer() + ")"});
+        Key mode = key("mode", SettingsKey::mode, Kind::word, "auto",
+                       "the mode `toggle`, the dashboard and the menu start with: auto, timer or until",
+                       "`toggle`, 대시보드, 메뉴가 시작하는 방식: auto, timer, until");
+        mode.words = {"auto", "timer", "until"};
+        k.push_back(mode);
+        k.push_back(number(key("timer-minutes", SettingsKey::selectedMinutes, Kind::number, 60,
+                               "the timer's length in minutes (0 = no limit)", "타이머 길이(분, 0 = 제한 없음)"),
+                           0, AppConfig::maxPeriodMinutes));
+        k.push_back(number(key("auto-cap-hours", SettingsKey::autoCapHours, Kind::number, 8,
+                               "the longest an auto period lasts, in hours (0 = no cap)",
+                               "자동 모드의 최대 시간(시간, 0 = 제한 없음)"),
+                           0, AppConfig::maxPeriodMinutes / 60));
+        k.push_back(number(key("battery-floor", SettingsKey::batteryFloor, Kind::number, 10,
+                               "battery guard: stop and sleep below this percentage (0 = off)",
+                               "배터리 보호: 이 비율 아래면 멈추고 잠자기(0 = 끔)"),
+                           0, 100, {0, 5, 10, 15, 20, 30}));
+        k.push_back(key("stop-on-heat", SettingsKey::stopOnHeat, Kind::onOff, true,
+                        "heat protection: stop and sleep when it gets too hot", "과열 보호: 너무 뜨거워지면 멈추고 잠자기"));
+        k.push_back(key("lock-on-lid-close", SettingsKey::lockOnLidClose, Kind::onOff, true,
+                        "lock the screen when the lid closes", "뚜껑을 닫으면 화면 잠금"));
+        k.push_back(key("max-performance", SettingsKey::maxPerformance, Kind::onOff, true,
+                        "the performance power profile while running", "실행 중 최대 성능 전원 프로필"));
+        Key login = key("launch-at-login", "", Kind::onOff, false, "start Duskwell when you log in",
+                        "로그인하면 Duskwell 시작");
+        login.needsApp = true;
+        login.read = [] { return json(services().platform->loginItemEnabled()); };
+        login.write = [](const json& v) { return services().platform->setLoginItem(v.get<bool>()); };
+        k.push_back(login);
+        k.push_back(key("phone.enabled", SettingsKey::phoneEnabled, Kind::onOff, false, "phone alerts through ntfy",
+                        "ntfy를 통한 폰 알림"));
+        k.push_back(key("phone.server", SettingsKey::phoneServer, Kind::url, "",
+                        "the ntfy server for phone alerts (\"\" = " + AppConfig::ntfyServer() + ")",
+                        "폰 알림용 ntfy 서버(\"\" = " + AppConfig::ntfyServer() + ")"));
         return k;
     }();
     return keys;

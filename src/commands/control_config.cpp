@@ -1,5 +1,6 @@
 #include "commands/control_config.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
