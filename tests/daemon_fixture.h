@@ -24,10 +24,14 @@ public:
         script("sudo", "#!/bin/sh\nprintf '%s\\n' \"$*\" >> '" + calls() + "'\nexit 0\n");
         script("sleep-now", "#!/bin/sh\nprintf '%s\\n' \"$*\" >> '" + sleeps() + "'\nexit 0\n");
         testing::writeFile(helper(), "#!/bin/sh\n# stands in for the installed helper\n");
+        // The password prompt: records the root script; a removal takes the helper away.
+        script("admin", "#!/bin/sh\nprintf '%s\\n' \"$3\" >> '" + admins() + "'\ncase \"$3\" in '/bin/rm -f '*) rm -f '" +
+                            helper() + "' ;; *) printf '#!/bin/sh\\n' > '" + helper() + "' ;; esac\n");
         env_.set("HOME", home());
         env_.set("DUSKWELL_TEST_SUDO", bin() + "/sudo");
         env_.set("DUSKWELL_TEST_HELPER", helper());
         env_.set("DUSKWELL_TEST_SLEEP", bin() + "/sleep-now");
+        env_.set("DUSKWELL_TEST_ADMIN", bin() + "/admin");
         env_.set("DUSKWELL_TEST_NTFY", ntfyURL.empty() ? "http://127.0.0.1:9" : ntfyURL);
         env_.set("DUSKWELL_TEST_FEED", "http://127.0.0.1:9/version.json");
         if (timeScale > 0) env_.set("DUSKWELL_TEST_TIME_SCALE", std::to_string(timeScale));
@@ -44,6 +48,7 @@ public:
     std::string helper() const { return bin() + "/duskwell-power"; }
     std::string calls() const { return bin() + "/sudo-calls.log"; }
     std::string sleeps() const { return bin() + "/sleep-calls.log"; }
+    std::string admins() const { return bin() + "/admin-scripts.log"; }
     std::string daemonLog() const { return home() + "/duskwelld.log"; }
 
     void writeSettings(const nlohmann::json& settings) const {

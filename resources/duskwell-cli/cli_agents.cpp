@@ -11,6 +11,7 @@
 
 #include "agents/agent_monitor.h"
 #include "cli_command.h"
+#include "cli_text.h"
 #include "core/localization.h"
 #include "integration/agent_integration.h"
 
@@ -141,7 +142,7 @@ int runAgents(const std::vector<std::string>& args) {
     bool json = false;
     for (const auto& a : args) {
         if (a == "--json") json = true;
-        else return fail(usage, "agents: unknown option '" + a + "' (usage: duskwell agents [--json])");
+        else return fail(usage, say(Msg::unexpected, {a, "agents"}));
     }
 
     // The real services main() installed: /proc (or ps/nettop) and the user's home.
@@ -158,7 +159,10 @@ int runAgents(const std::vector<std::string>& args) {
 const Registration registration{{
     "agents",
     "agents [--json]",
-    "Lists the AI agents and model runners Duskwell detects right now, with their state.",
+    {"Lists the AI agents and model runners Duskwell detects right now, with their state.",
+     "Duskwell이 지금 감지한 AI 에이전트와 모델 실행기를 상태와 함께 보여줘요."},
+    {{"--json", {"print a JSON array, one object per agent kind (kind, name, count, state, viaHooks, since, sessions)",
+                 "JSON 배열을 출력, 에이전트 종류마다 객체 하나 (kind, name, count, state, viaHooks, since, sessions)"}}},
     runAgents,
 }};
 

@@ -9,7 +9,7 @@
 
 #include "agents/agent_kind.h"
 #include "cli_command.h"
-#include "core/localization.h"
+#include "cli_text.h"
 #include "integration/agent_integration.h"
 
 namespace duskwell::cli {
@@ -19,10 +19,12 @@ enum class Direction { connect, disconnect };
 
 int runConnect(Direction direction, const std::vector<std::string>& args) {
     const char* verb = direction == Direction::connect ? "connect" : "disconnect";
-    if (args.size() != 1) return fail(usage, std::string("usage: duskwell ") + verb + " claude|codex");
-    const auto kind = AgentKind::fromRawValue(args[0]);
-    if (!kind || !kind->supportsHooks())
-        return fail(usage, "'" + args[0] + "' has no hooks to " + verb + " (claude or codex)");
+    std::vector<std::string> words;
+    for (const auto& a : args)
+        if (a != "--json") words.push_back(a);
+    if (words.size() != 1) return fail(usage, say(Msg::connectUsage, {verb}));
+    const auto kind = AgentKind::fromRawValue(words[0]);
+    if (!kind || !kind->supportsHooks()) return fail(usage, say(Msg::noHooks, {words[0], verb}));
 
     const auto error = direction == Direction::connect ? AgentIntegration::install(*kind)
                                                        : AgentIntegration::uninstall(*kind);
@@ -30,26 +32,32 @@ int runConnect(Direction direction, const std::vector<std::string>& args) {
 
     const std::string title(kind->title());
     const std::string file = AgentIntegration::configFile(*kind).value_or("");
-    if (direction == Direction::connect) {
-        std::cout << T(title + " 연결됨: " + file, title + " connected: " + file) << "\n";
-        if (const auto hint = AgentIntegration::trustHint(*kind)) std::cout << *hint << "\n";
-    } else {
-        std::cout << T(title + " 연결 해제됨", title + " disconnected") << "\n";
-    }
-    return done;
+    const bool on = direction == Direction::connect;
+    std::string text = on ? say(Msg::connected, {title, file}) : say(Msg::disconnected, {title});
+    const auto hint = on ? AgentIntegration::trustHint(*kind) : std::nullopt;
+    if (hint) text += "\n" + *hint;
+    nlohmann::json out{{"agent", std::string(kind->rawValue())}, {"connected", on}, {"file", file}};
+    if (hint) out["trustHint"] = *hint;
+    return succeed(out, text);
 }
+
+const Option jsonOption{"--json", {"print one JSON object: {\"ok\", \"agent\", \"connected\", \"file\"}",
+                                   "JSON 객체 하나를 출력: {\"ok\", \"agent\", \"connected\", \"file\"}"}};
 
 const Registration connectCommand{{
     "connect",
-    "connect claude|codex",
-    "Adds Duskwell's hook to the agent's settings, for exact working and waiting states.",
+    "connect claude|codex [--json]",
+    {"Adds Duskwell's hook to the agent's settings, for exact working and waiting states.",
+     "에이전트 설정에 Duskwell 훅을 추가해 작업 중·대기 상태를 정확히 알아요."},
+    {jsonOption},
     [](const std::vector<std::string>& args) { return runConnect(Direction::connect, args); },
 }};
 
 const Registration disconnectCommand{{
     "disconnect",
-    "disconnect claude|codex",
-    "Removes Duskwell's hook from the agent's settings.",
+    "disconnect claude|codex [--json]",
+    {"Removes Duskwell's hook from the agent's settings.", "에이전트 설정에서 Duskwell 훅을 제거해요."},
+    {jsonOption},
     [](const std::vector<std::string>& args) { return runConnect(Direction::disconnect, args); },
 }};
 

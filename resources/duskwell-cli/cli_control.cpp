@@ -1,15 +1,12 @@
 // start, stop, toggle, extend, sleep and status: the running app is reached over its control
 // socket (~/.duskwell/control.sock) with the same "duskwell://" URLs that the URL scheme
 // takes; the state is read back from ~/.duskwell/status.json. See docs/commands.md.
-#include <pwd.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -17,9 +14,12 @@
 #include <sstream>
 
 #include "cli_command.h"
-#include "commands/control_socket.h"
+#include "cli_link.h"
+#include "cli_text.h"
+#include "commands/control_protocol.h"
 #include "commands/status_document.h"
 #include "commands/url.h"
+#include "core/app_config.h"
 #include "core/text.h"
 
 extern char** environ;
@@ -28,26 +28,10 @@ namespace duskwell::cli {
 namespace {
 
 using ControlProtocol::ReplyKind;
+using nlohmann::json;
 
 // Long enough for a first start, which may wait for the administrator's password.
 constexpr double requestTimeout = 300;
-
-std::string homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home && *home) return home;
-    if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
-    return ".";
-}
-std::string supportDir() { return homeDirectory() + "/.duskwell"; }
-std::string socketPath() { return supportDir() + "/control.sock"; }
-std::string statusPath() { return supportDir() + "/status.json"; }
-
-bool pathExists(const std::string& path) {
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
-
-const char* const notRunningText =
-    "Duskwell is not running (start the app, or `duskwelld` on Linux, and try again)";
 
 struct StatusFile {
     StatusReading doc;
@@ -91,120 +75,132 @@ int openInBackground(const std::string& url) {
     int status = 0;
     ::waitpid(pid, &status, 0);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return fail(refused, "couldn't open " + url);
-    return done;
+    return succeed({{"command", "open"}, {"url", url}}, "");
 }
 #endif
 
-void printStatusLine() {
+// The state after a command: the status file's document and its one-line summary.
+int reportState(const std::string& command) {
     const auto file = readStatusFile();
-    if (!file) return;
-    const std::string status = file->doc.status;
-    if (!status.empty()) std::cout << status << "\n";
+    json out{{"command", command}};
+    if (file) out["status"] = json::parse(file->doc.pretty, nullptr, false);
+    return succeed(out, file ? file->doc.status : "");
 }
 
 // Sends one URL to the running app and reports the outcome as an exit code.
-int send(const std::string& url) {
-    if (!pathExists(socketPath())) {
-#ifdef __APPLE__
-        return openInBackground(url);
-#else
-        return fail(refused, notRunningText);
-#endif
-    }
-    const ControlResponse response = sendControlRequest(socketPath(), url, requestTimeout);
+int send(const std::string& command, const std::string& url) {
+    const ControlResponse response = ask(url, requestTimeout);
     switch (response.outcome) {
         case ControlResponse::Outcome::notRunning:
 #ifdef __APPLE__
             return openInBackground(url);
 #else
-            return fail(refused, notRunningText);
+            return fail(notRunning, say(Msg::notRunning));
 #endif
         case ControlResponse::Outcome::failed:
-            return fail(refused, "couldn't reach Duskwell: " + response.text);
+            return fail(refused, say(Msg::cantReach, {response.text}));
         case ControlResponse::Outcome::replied:
             break;
     }
     switch (response.reply.kind) {
-        case ReplyKind::ok:
-            printStatusLine();
-            return done;
-        case ReplyKind::notHandled:
-            return fail(refused, "Duskwell did not understand " + url + " (is it up to date?)");
+        case ReplyKind::ok: return reportState(command);
+        case ReplyKind::notHandled: return fail(refused, say(Msg::notUnderstood, {url}));
         case ReplyKind::error:
-            return fail(refused, response.reply.text.empty() ? "Duskwell refused the command" : response.reply.text);
+            return fail(refused, response.reply.text.empty() ? say(Msg::refusedCommand) : response.reply.text);
     }
     return refused;
 }
 
-// "--name value" or "--name=value"; advances `i` past what it used.
-std::optional<std::string> optionValue(const std::vector<std::string>& args, size_t& i, const std::string& name) {
-    const std::string& word = args[i];
-    if (word == name) {
-        if (i + 1 >= args.size()) return std::nullopt;
-        return args[++i];
-    }
-    if (word.rfind(name + "=", 0) == 0) return word.substr(name.size() + 1);
-    return std::nullopt;
-}
-
-std::optional<long long> wholeMinutes(const std::string& text) {
+std::optional<long long> wholeMinutes(const std::string& text, long long least) {
     const auto n = Text::parseInteger(text);
-    if (!n || *n < 0 || *n > 1'000'000) return std::nullopt;
+    if (!n || *n < least || *n > AppConfig::maxPeriodMinutes) return std::nullopt;
     return n;
 }
 
 int runStart(const std::vector<std::string>& args) {
-    std::string query;
+    std::optional<std::string> mode, minutes, at;
     for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& word = args[i];
-        if (word == "--mode" || word.rfind("--mode=", 0) == 0) {
-            const auto mode = optionValue(args, i, "--mode");
-            if (!mode || (*mode != "auto" && *mode != "timer" && *mode != "until"))
-                return fail(usage, "--mode takes auto, timer or until");
-            query += (query.empty() ? "?" : "&") + std::string("mode=") + *mode;
-        } else if (word == "--minutes" || word.rfind("--minutes=", 0) == 0) {
-            const auto value = optionValue(args, i, "--minutes");
-            if (!value || !wholeMinutes(*value)) return fail(usage, "--minutes takes a whole number of minutes (0 = no limit)");
-            query += (query.empty() ? "?" : "&") + std::string("minutes=") + URL::percentEncode(*value);
+        bool missing = false;
+        if (args[i] == "--json") continue;
+        if (auto v = optionValue(args, i, "--mode", missing)) {
+            if (*v != "auto" && *v != "timer" && *v != "until") return fail(usage, say(Msg::modeWords));
+            mode = *v;
+        } else if (auto m = optionValue(args, i, "--minutes", missing)) {
+            if (!wholeMinutes(*m, 0))
+                return fail(usage, say(Msg::minutesNumber, {std::to_string(AppConfig::maxPeriodMinutes)}));
+            minutes = *m;
+        } else if (auto a = optionValue(args, i, "--at", missing)) {
+            if (!ControlProtocol::parseClock(*a)) return fail(usage, say(Msg::atFormat, {*a}));
+            at = *a;
+        } else if (missing) {
+            return fail(usage, say(Msg::needsValue, {args[i]}));
         } else {
-            return fail(usage, "unexpected '" + word + "' (usage: duskwell start [--mode auto|timer|until] [--minutes N])");
+            return fail(usage, say(Msg::unexpected, {args[i], "start"}));
         }
     }
-    return send("duskwell://start" + query);
+    // Options that would do nothing in the chosen mode are refused rather than ignored.
+    if (at && !mode) mode = "until";
+    if (minutes && !mode) mode = "timer";
+    if (at && *mode != "until") return fail(usage, say(Msg::atWithMode, {*mode}));
+    if (minutes && *mode == "auto") return fail(usage, say(Msg::minutesWithAuto));
+    if (minutes && *mode == "until") return fail(usage, say(Msg::minutesWithUntil));
+
+    std::string query;
+    auto add = [&](const std::string& name, const std::string& value) {
+        query += (query.empty() ? "?" : "&") + name + "=" + URL::percentEncode(value);
+    };
+    if (mode) add("mode", *mode);
+    if (minutes) add("minutes", std::to_string(*Text::parseInteger(*minutes)));
+    if (at) add("at", *at);
+    return send("start", "duskwell://start" + query);
 }
 
 int runWithoutArguments(const std::string& host, const std::vector<std::string>& args) {
-    if (!args.empty()) return fail(usage, host + " takes no arguments");
-    return send("duskwell://" + host);
+    for (const auto& a : args)
+        if (a != "--json") return fail(usage, say(Msg::noArguments, {host}));
+    return send(host, "duskwell://" + host);
 }
 
 int runExtend(const std::vector<std::string>& args) {
-    if (args.size() > 1) return fail(usage, "usage: duskwell extend [N]");
-    if (args.empty()) return send("duskwell://extend");
-    if (!wholeMinutes(args[0])) return fail(usage, "extend takes a whole number of minutes");
-    return send("duskwell://extend?minutes=" + args[0]);
+    std::optional<std::string> minutes;
+    for (const auto& a : args) {
+        if (a == "--json") continue;
+        if (minutes || !wholeMinutes(a, 1))
+            return fail(usage, say(Msg::extendMinutes, {std::to_string(AppConfig::maxPeriodMinutes)}));
+        minutes = a;
+    }
+    if (!minutes) return send("extend", "duskwell://extend");
+    return send("extend", "duskwell://extend?minutes=" + std::to_string(*Text::parseInteger(*minutes)));
 }
 
 std::string ago(std::time_t then) {
     const long long secs = std::max<long long>(0, static_cast<long long>(std::time(nullptr) - then));
-    if (secs < 120) return std::to_string(secs) + " s ago";
-    if (secs < 7200) return std::to_string(secs / 60) + " min ago";
-    return std::to_string(secs / 3600) + " h ago";
+    if (secs < 120) return say(Msg::secondsAgo, {std::to_string(secs)});
+    if (secs < 7200) return say(Msg::minutesAgo, {std::to_string(secs / 60)});
+    return say(Msg::hoursAgo, {std::to_string(secs / 3600)});
+}
+
+std::string localTime(const std::string& utc) {
+    const auto t = parseUTC(utc);
+    if (!t) return utc;
+    char buf[64];
+    std::tm local{};
+    ::localtime_r(&*t, &local);
+    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M", &local);
+    return buf;
 }
 
 int runStatus(const std::vector<std::string>& args) {
-    bool json = false;
-    for (const auto& a : args) {
-        if (a == "--json") json = true;
-        else return fail(usage, "usage: duskwell status [--json]");
-    }
+    for (const auto& a : args)
+        if (a != "--json") return fail(usage, say(Msg::unexpected, {a, "status"}));
     // Whether the file is current: the app answers on its socket while it runs. Without a
     // socket (a Mac app reached by URL) an active file whose end is more than two minutes
     // past is stale, as a running app would have ended the session and rewritten it.
-    const bool haveSocket = pathExists(socketPath());
+    struct stat st {};
+    const bool haveSocket = ::lstat(socketPath().c_str(), &st) == 0;
     bool live = true;
     if (haveSocket) {
-        const auto r = sendControlRequest(socketPath(), std::string(ControlProtocol::ping), 5);
+        const auto r = ask(std::string(ControlProtocol::ping), 5);
         live = r.outcome == ControlResponse::Outcome::replied && r.reply.kind == ReplyKind::ok;
     }
 
@@ -215,8 +211,8 @@ int runStatus(const std::vector<std::string>& args) {
         file = readStatusFile();
     }
     if (!file) {
-        if (haveSocket && live) return fail(refused, "Duskwell is running but has not written " + statusPath() + " yet");
-        return fail(refused, "Duskwell has not run yet for this user (no " + statusPath() + ")");
+        if (haveSocket && live) return fail(refused, say(Msg::notWrittenYet, {statusPath()}));
+        return fail(notRunning, say(Msg::neverRan, {statusPath()}));
     }
 
     if (!haveSocket) {
@@ -230,50 +226,63 @@ int runStatus(const std::vector<std::string>& args) {
 #endif
     }
 
-    if (json) {
-        std::cout << file->doc.pretty << "\n";
+    const auto& d = file->doc;
+    if (jsonOutput()) {
+        json doc = json::parse(d.pretty, nullptr, false);
+        if (!doc.is_object()) doc = json::object();
+        doc["running"] = live;
+        std::cout << doc.dump(2) << "\n";
     } else {
-        const auto& d = file->doc;
         std::cout << d.status << "\n";
         if (d.active) {
-            std::cout << "Mode: " << d.mode.value_or("?") << "\n";
-            if (d.endsAt) {
-                std::string when = *d.endsAt;
-                if (const auto t = parseUTC(when)) {
-                    char buf[64];
-                    std::tm local{};
-                    ::localtime_r(&*t, &local);
-                    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M", &local);
-                    when = buf;
-                }
-                std::cout << "Ends at: " << when << "\n";
-            }
-            if (d.sleepsInSeconds)
-                std::cout << "Sleeps in: " << *d.sleepsInSeconds << " s unless agents work\n";
+            std::cout << say(Msg::modeLabel, {d.mode.value_or("?")}) << "\n";
+            if (d.endsAt) std::cout << say(Msg::endsAtLabel, {localTime(*d.endsAt)}) << "\n";
+            if (d.sleepsInSeconds) std::cout << say(Msg::sleepsIn, {std::to_string(*d.sleepsInSeconds)}) << "\n";
         }
         for (const auto& a : d.agents) std::cout << "  " << a.name << " ×" << a.count << "  " << a.state << "\n";
     }
     if (!live) {
-        return fail(refused, std::string(notRunningText) + "; this is the last state it wrote, " +
-                                 ago(file->modified));
+        std::cerr << "duskwell: " << say(Msg::lastState, {say(Msg::notRunning), ago(file->modified)}) << "\n";
+        return notRunning;
     }
     return done;
 }
 
+const Option jsonOption{"--json", {"print one JSON object on stdout: {\"ok\", \"command\", \"status\"}",
+                                   "stdout에 JSON 객체 하나를 출력: {\"ok\", \"command\", \"status\"}"}};
+
 const Registration registrations[] = {
-    Registration{{"start", "start [--mode auto|timer|until] [--minutes N]",
-                  "Start keeping the machine awake (auto: until the AI agents are done; "
-                  "timer: for N minutes, 0 = no limit; until: the chosen clock time).",
+    Registration{{"start",
+                  "start [--mode auto|timer|until] [--minutes N] [--at HH:MM] [--json]",
+                  {"Start keeping the machine awake (auto: until the AI agents are done; timer: for N minutes; "
+                   "until: up to a clock time).",
+                   "컴퓨터를 깨워 두기 시작해요 (auto: AI 에이전트가 끝날 때까지, timer: N분 동안, until: 정한 시각까지)."},
+                  {{"--mode auto|timer|until", {"how the period ends (default: auto)", "끝나는 방식 (기본값: auto)"}},
+                   {"--minutes N", {"timer length, 0 to 10080 minutes; 0 = no limit (implies --mode timer)",
+                                    "타이머 길이, 0–10080분. 0 = 제한 없음 (--mode timer를 뜻함)"}},
+                   {"--at HH:MM", {"end at the next such local time (implies --mode until)",
+                                   "다음에 오는 그 현지 시각에 끝남 (--mode until을 뜻함)"}},
+                   jsonOption},
                   runStart}},
-    Registration{{"stop", "stop", "Stop now; the machine sleeps normally again.",
+    Registration{{"stop", "stop [--json]", {"Stop now; the machine sleeps normally again.", "지금 멈춰요. 컴퓨터가 평소처럼 잠자기해요."},
+                  {jsonOption},
                   [](const std::vector<std::string>& a) { return runWithoutArguments("stop", a); }}},
-    Registration{{"toggle", "toggle", "Start with the current choices, or stop.",
+    Registration{{"toggle", "toggle [--json]", {"Start with the current choices, or stop.", "현재 선택으로 시작하거나 멈춰요."},
+                  {jsonOption},
                   [](const std::vector<std::string>& a) { return runWithoutArguments("toggle", a); }}},
-    Registration{{"extend", "extend [N]", "Add N minutes (default 60) to a session with an end.", runExtend}},
-    Registration{{"sleep", "sleep", "Stop and put the machine to sleep two seconds later.",
+    Registration{{"extend", "extend [N] [--json]",
+                  {"Add N minutes (default 60) to a period with an end; refused for a period without one.",
+                   "끝나는 시간이 있는 세션에 N분(기본 60)을 더해요. 끝이 없는 세션은 거절돼요."},
+                  {{"N", {"minutes to add, 1 to 10080", "더할 분, 1–10080"}}, jsonOption},
+                  runExtend}},
+    Registration{{"sleep", "sleep [--json]", {"Stop and put the machine to sleep two seconds later.", "멈추고 2초 뒤 컴퓨터를 잠재워요."},
+                  {jsonOption},
                   [](const std::vector<std::string>& a) { return runWithoutArguments("sleep", a); }}},
     Registration{{"status", "status [--json]",
-                  "Show the state from ~/.duskwell/status.json; exit 1 when Duskwell is not running.",
+                  {"Show the state from ~/.duskwell/status.json; exit 3 when Duskwell is not running.",
+                   "~/.duskwell/status.json의 상태를 보여줘요. Duskwell이 실행 중이 아니면 종료 코드 3."},
+                  {{"--json", {"print the status document with \"running\" added",
+                               "상태 문서에 \"running\"을 더해 출력"}}},
                   runStatus}},
 };
 

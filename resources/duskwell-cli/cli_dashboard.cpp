@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli_command.h"
+#include "cli_text.h"
 
 namespace duskwell::cli {
 namespace {
@@ -31,21 +32,23 @@ std::string daemonProgram() {
 }
 
 int dashboard(const std::vector<std::string>& args) {
-    if (!args.empty()) return fail(usage, "dashboard takes no arguments");
+    if (!args.empty()) return fail(usage, say(Msg::noArguments, {"dashboard"}));
 #ifdef __APPLE__
     // The Mac's dashboard is the menu-bar item's popover.
-    return fail(refused, "on macOS the dashboard is Duskwell's menu-bar item");
+    return fail(refused, say(Msg::dashboardOnMac));
 #endif
-    if (!::isatty(STDIN_FILENO) || !::isatty(STDOUT_FILENO))
-        return fail(usage, "the dashboard needs a terminal (use `duskwell status` in scripts)");
+    if (!::isatty(STDIN_FILENO) || !::isatty(STDOUT_FILENO)) return fail(usage, say(Msg::dashboardNeedsTerminal));
     const std::string program = daemonProgram();
     std::vector<char*> argv{const_cast<char*>(program.c_str()), const_cast<char*>("--attach"), nullptr};
     ::execvp(argv[0], argv.data());
-    return fail(refused, "cannot run " + program + ": " + std::strerror(errno));
+    return fail(refused, say(Msg::cannotRun, {program, std::strerror(errno)}));
 }
 
-const Registration registration{{"dashboard", "dashboard",
-                                 "the running service's live dashboard (q closes it, Q stops the service)",
+const Registration registration{{"dashboard",
+                                 "dashboard",
+                                 {"The running service's live dashboard (q closes it, Q stops the service).",
+                                  "실행 중인 서비스의 실시간 대시보드 (q는 닫기, Q는 서비스 중지)."},
+                                 {},
                                  dashboard}};
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "commands/control_socket.h"
 #include "commands/phone_request.h"
 #include "core/app_config.h"
+#include "cli_text.h"
 #include "core/localization.h"
 #include "core/services.h"
 #include "core/settings_keys.h"
@@ -19,9 +20,11 @@
 #include "phone/qr_code.h"
 
 namespace duskwell::cli {
+
+int runPhoneSwitch(const std::vector<std::string>& args);  // cli_config.cpp
+
 namespace {
 
-constexpr const char* synopsis = "phone [--json] [--server URL|--public-server] [--token T|--token -|--no-token]";
 
 // Lines the QR code may take on a terminal: all but the one the prompt returns to.
 std::optional<int> terminalRows() {
@@ -74,19 +77,17 @@ int apply(const Change& change, PhoneLinkFormat format) {
                                                                        : *NtfyAccess::normalizedServer(*change.server))
                                              : NtfyAccess::server(settings);
     const bool tokenSet = change.token ? change.token->has_value() : NtfyAccess::token(settings).has_value();
-    if (format == PhoneLinkFormat::json) {
-        std::cout << nlohmann::json{{"server", server}, {"tokenSet", tokenSet}}.dump(2) << "\n";
-    } else {
-        std::cout << T("휴대폰 알림 서버: ", "Phone alerts server: ") << server
-                  << (tokenSet ? T(" (액세스 토큰 있음)", " (with an access token)") : "") << "\n"
-                  << T("`duskwell phone`으로 새 링크와 QR 코드를 보세요.",
-                       "Run `duskwell phone` for the new link and QR code.")
-                  << "\n";
-    }
-    return done;
+    (void)format;  // under --json `succeed` prints the object
+    return succeed({{"server", server}, {"tokenSet", tokenSet}},
+                   T("휴대폰 알림 서버: ", "Phone alerts server: ") + server +
+                       (tokenSet ? T(" (액세스 토큰 있음)", " (with an access token)") : "") + "\n" +
+                       T("`duskwell phone`으로 새 링크와 QR 코드를 보세요.",
+                         "Run `duskwell phone` for the new link and QR code.") + "\n");
 }
 
 int runPhone(const std::vector<std::string>& args) {
+    for (const auto& a : args)
+        if (a == "on" || a == "off" || a == "test") return runPhoneSwitch(args);
     auto format = PhoneLinkFormat::text;
     Change change;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -114,14 +115,14 @@ int runPhone(const std::vector<std::string>& args) {
         } else if (a == "--no-token") {
             change.token = std::optional<std::string>();
         } else {
-            return fail(usage, "unknown option '" + a + "' (usage: duskwell " + synopsis + ")");
+            return fail(usage, say(Msg::unexpected, {a, "phone"}));
         }
     }
     if (change.any()) return apply(change, format);
 
     // Colours force black on white so that the code scans on any terminal background;
-    // piped output stays plain.
-    const QrStyle style = ::isatty(STDOUT_FILENO) ? QrStyle::ansi : QrStyle::plain;
+    // piped output, NO_COLOR and TERM=dumb stay plain.
+    const QrStyle style = colourAllowed() ? QrStyle::ansi : QrStyle::plain;
     const auto report = phoneLinkReport(*services().settings, format, [style](const std::string& link) {
         const auto rows = terminalRows();
         if (auto fitted = drawQrForTerminal(link, style, rows)) return fitted;
@@ -144,9 +145,24 @@ int runPhone(const std::vector<std::string>& args) {
 
 const Registration registration{{
     "phone",
-    synopsis,
-    "Show the link and QR code that connect your phone (--json: the link and topics only); "
-    "--server/--token set a self-hosted ntfy server and its access token.",
+    "phone [on|off|test] [--json] [--server URL|--public-server] [--token T|--token -|--no-token]",
+    {"Show the link and QR code that connect your phone; switch phone alerts on or off; send a test alert; "
+     "set a self-hosted ntfy server and its access token.",
+     "폰을 연결하는 링크와 QR 코드를 보여줘요. 폰 알림을 켜거나 끄고, 테스트 알림을 보내고, 직접 운영하는 ntfy 서버와 "
+     "액세스 토큰을 정해요."},
+    {{"on|off", {"switch phone alerts on or off", "폰 알림 켜기/끄기"}},
+     {"test", {"send a test alert through the running Duskwell and print the outcome",
+               "실행 중인 Duskwell로 테스트 알림을 보내고 결과를 출력"}},
+     {"--server URL", {"send alerts through this ntfy server (https://host[:port])",
+                       "이 ntfy 서버로 알림 보내기 (https://호스트[:포트])"}},
+     {"--public-server", {"go back to the public ntfy server", "공개 ntfy 서버로 돌아가기"}},
+     {"--token T", {"the server's access token, sent as a Bearer header; '-' reads it from standard input",
+                    "서버의 액세스 토큰(Bearer 헤더로 보냄). '-'이면 표준 입력에서 읽기"}},
+     {"--no-token", {"remove the access token", "액세스 토큰 지우기"}},
+     {"--json", {"the link and topics only: {\"subscribeURL\", \"topic\", \"controlTopic\", \"server\", \"tokenSet\"}; "
+                 "with on|off|test: {\"ok\", \"enabled\"|\"result\"}; with --server/--token: {\"server\", \"tokenSet\"}",
+                 "링크와 토픽만: {\"subscribeURL\", \"topic\", \"controlTopic\", \"server\", \"tokenSet\"}. on|off|test와 함께: "
+                 "{\"ok\", \"enabled\"|\"result\"}. --server/--token과 함께: {\"server\", \"tokenSet\"}"}}},
     runPhone,
 }};
 

@@ -1,10 +1,14 @@
 // The controller's side of a control request; kept apart from the line format so that the
 // terminal command links without the controller.
+#include "commands/control_config.h"
 #include "commands/control_protocol.h"
 #include "commands/phone_request.h"
 #include "commands/url.h"
 #include "core/awake_controller.h"
+#include "core/calendar.h"
+#include "core/clock.h"
 #include "core/localization.h"
+#include "core/services.h"
 
 namespace duskwell::ControlProtocol {
 namespace {
@@ -36,11 +40,24 @@ std::optional<Reply> answerPhoneRequest(AwakeController& controller, const std::
 Reply answer(AwakeController& controller, const std::string& request) {
     if (request == ping) return {ReplyKind::ok, {}};
     if (auto reply = answerPhoneRequest(controller, request)) return *reply;
-    const bool wasActive = controller.isActive();
-    if (!controller.handleURL(request)) return {ReplyKind::notHandled, {}};
+    if (auto settings = answerSettings(controller, request)) return *settings;
 
     const auto url = URL::parse(request);
     const std::string host = url && url->host ? *url->host : std::string();
+    const bool wasActive = controller.isActive();
+    if (host == "extend" && wasActive && !controller.endDate())
+        return {ReplyKind::error, T("이 세션에는 끝나는 시간이 없어 연장할 수 없어요.",
+                                    "This session has no end time, so there is nothing to extend.")};
+    // "at=HH:MM": the until mode's end, the next such local time.
+    if (host == "start" && url->queryValue("at")) {
+        const auto clock = parseClock(*url->queryValue("at"));
+        if (!clock) return {ReplyKind::error, T("시각은 HH:MM 형식이에요.", "The time must be HH:MM.")};
+        const auto when = Calendar::nextMatching(services().clock->now(), clock->first, clock->second);
+        if (!when) return {ReplyKind::error, T("시각은 HH:MM 형식이에요.", "The time must be HH:MM.")};
+        controller.setUntilDate(*when);
+    }
+    if (!controller.handleURL(request)) return {ReplyKind::notHandled, {}};
+
     const bool wantedStart = host == "start" || (host == "toggle" && !wasActive);
     if (wantedStart && !controller.isActive()) {
         return {ReplyKind::error,

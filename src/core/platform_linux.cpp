@@ -209,6 +209,12 @@ bool LinuxPlatform::stdinIsTerminal() const {
 }
 
 AdminResult LinuxPlatform::runAsAdmin(const std::string& script, const std::string& prompt) {
+    // Tests give a stand-in that records the script instead of a password prompt.
+    if (const std::string standIn = AppConfig::testOverride("ADMIN", ""); !standIn.empty()) {
+        const auto r = runCommand(standIn, {"/bin/sh", "-c", script});
+        if (r.status == 0) return {AdminOutcome::succeeded, {}};
+        return {AdminOutcome::failed, trim(r.output)};
+    }
     const auto sudo = tool("sudo");
     const bool terminal = stdinIsTerminal();
     auto viaSudo = [&]() -> AdminResult {

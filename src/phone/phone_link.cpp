@@ -35,8 +35,8 @@ std::optional<std::string> phoneLinkReport(const SettingsStore& settings, PhoneL
         out += "\n";
     }
     if (!settings.boolean(SettingsKey::phoneEnabled).value_or(false)) {
-        out += T("휴대폰 알림이 꺼져 있어요. Duskwell 설정에서 켜세요.",
-                 "Phone alerts are off; switch them on in Duskwell's settings.");
+        out += T("휴대폰 알림이 꺼져 있어요. `duskwell phone on`으로 켜세요.",
+                 "Phone alerts are off; switch them on with `duskwell phone on`.");
         out += "\n";
     }
     if (auto code = drawCode ? drawCode(link) : std::nullopt) {

@@ -48,6 +48,8 @@ public:
     bool enabled() const { return enabled_; }
     void setEnabled(bool on);
     const std::optional<std::string>& lastResult() const { return lastResult_; }
+    // Cleared before a test alert, so that a caller can tell its outcome from an older one.
+    void setLastResult(std::optional<std::string> result);
     std::string topic() const;
     std::string controlTopic() const;
     // "<website>/phone/#<topic>.<control>.<secret>", then "@<server>" when the server is not
@@ -99,7 +101,6 @@ private:
     std::string server() const;
     // Adds the access token, when one is set, as "Authorization: Bearer <token>".
     void authorize(HttpRequest& request) const;
-    void setLastResult(std::optional<std::string> result);
     void finishPoll(bool success, const std::vector<PolledMessage>& messages,
                     const std::function<void(Command)>& handler);
 
