@@ -105,7 +105,7 @@ TEST_F(CommandsEndToEnd, RefusalsWithoutTheAppNameTheProblemAndChangeNothing) {
         {{"config", "set", "mode", "forever"}, 2, "mode takes auto, timer, until"},
         {{"config", "set", "stop-on-heat", "maybe"}, 2, "stop-on-heat takes on or off"},
         {{"config", "set", "timer-minutes", "-1"}, 2, "timer-minutes takes a whole number from 0"},
-        {{"config", "set", "phone.server", "ftp://example.org"}, 2, "http:// or https://"},
+        {{"config", "set", "phone.server", "ftp://example.org"}, 2, "an ntfy server address"},
         {{"config", "set", "volume", "3"}, 2, "unknown setting 'volume'"},
         {{"config", "get", "volume"}, 2, "unknown setting 'volume'"},
         {{"config", "set", "mode"}, 2, "usage: duskwell config"},
@@ -159,7 +159,7 @@ TEST_F(CommandsEndToEnd, EveryCommandPrintsOneJsonObject) {
         {{"config", "set", "timer-minutes", "15"}, {{"ok", true}, {"value", 15}}},
         {{"config", "set", "battery-floor", "20"}, {{"ok", true}, {"value", 20}}},
         {{"config", "set", "stop-on-heat", "off"}, {{"ok", true}, {"value", false}}},
-        {{"config", "set", "phone.server", ntfy.url() + "/"}, {{"ok", true}, {"value", ntfy.url() + "/"}}},
+        {{"config", "set", "phone.server", ntfy.url() + "/"}, {{"ok", true}, {"value", ntfy.url()}}},
         {{"config", "get", "battery-floor"}, {{"ok", true}, {"key", "battery-floor"}, {"value", 20}, {"running", true}}},
         {{"config", "get"},
          {{"ok", true}, {"running", true},
@@ -195,7 +195,7 @@ TEST_F(CommandsEndToEnd, EveryCommandPrintsOneJsonObject) {
         }
     }
     const auto settings = home.settings().value_or(json::object());
-    EXPECT_TRUE(contains(settings, json{{"batteryFloor", 20}, {"stopOnHeat", false}, {"phone.server", ntfy.url() + "/"}}))
+    EXPECT_TRUE(contains(settings, json{{"batteryFloor", 20}, {"stopOnHeat", false}, {"phone.server", ntfy.url()}}))
         << settings.dump();
     EXPECT_EQ(home.count("lid-on"), 2) << "two periods; a start while running only moves the end";
     EXPECT_THAT(testing::readFile(home.admins()).value_or(""), HasSubstr("/bin/rm -f")) << "the removal asked once";

@@ -77,7 +77,7 @@ TEST(DaemonDashboard, TimerFromTheKeyboardCountsDownStopsSettingsComeAndGoAndQui
     tmux.keys("t");
     ASSERT_TRUE(tmux.waitForText("[1] 30m", 5)) << tmux.screen();
     tmux.keys("1");
-    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    ASSERT_TRUE(tmux.waitForText(" left", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
 
     // The clock shows (the attached test below watches it move), and the status item the
@@ -142,7 +142,7 @@ TEST(DaemonDashboard, AttachedDashboardsShowAndChangeTheRunningServiceWhichOutli
     ASSERT_TRUE(tmux.waitForText("[5] 8h", 5)) << tmux.screen();
     EXPECT_THAT(tmux.screen(), HasSubstr("1-5/0 presets"));
     tmux.keys("2");
-    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    ASSERT_TRUE(tmux.waitForText(" left", 10)) << tmux.screen();
     EXPECT_TRUE(waitFor([&] { return home.count("lid-on") == 1; }, 5));
     EXPECT_TRUE(waitFor([&] { auto st = home.status(); return st && st->value("active", false); }, 5));
     EXPECT_EQ(home.status()->value("mode", ""), "timer");
@@ -174,7 +174,7 @@ TEST(DaemonDashboard, AttachedDashboardsShowAndChangeTheRunningServiceWhichOutli
     // duskwelld started again on a terminal attaches (in colour) to the same period on its
     // main page; Q stops the service, which ends the period first.
     ASSERT_TRUE(tmux.start(binary("duskwelld"), 100, 40));
-    ASSERT_TRUE(tmux.waitForText("Staying awake", 10)) << tmux.screen();
+    ASSERT_TRUE(tmux.waitForText(" left", 10)) << tmux.screen();
     EXPECT_THAT(tmux.screenWithAttributes(), HasSubstr("\x1b[7m"));
     tmux.keys("Q");
     EXPECT_TRUE(waitFor([&] { return !service->running(); }, 10));

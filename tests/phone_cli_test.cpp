@@ -115,7 +115,7 @@ TEST_F(PhoneCLI, ServerAndTokenOptionsStoreTheSettingsAndNeverPrintTheToken) {
         {"phone", "", 0, server, true, "@" + server + "\n\nAlert topic: " + topic + "\nntfy server: " + server +
                                           " (with an access token)\n"},
         {"phone --json", "", 0, server, true, "\"tokenSet\": true"},
-        {"phone --no-token --json", "", 0, server, false, "\"tokenSet\": false"},
+        {"phone --no-token --json", "", 0, server, false, "\"tokenSet\":false"},
         {"phone --token -", token, 0, server, true, "(with an access token)"},
         {"phone --server ftp://ntfy.example.com", "", 2, server, true, "not an ntfy server address"},
         {"phone --server https://ntfy.example.com/alerts", "", 2, server, true, "not an ntfy server address"},

@@ -10,6 +10,7 @@
 #include "core/settings_keys.h"
 #include "core/settings_store.h"
 #include "core/text.h"
+#include "phone/ntfy_access.h"
 
 namespace duskwell::ConfigKeys {
 
@@ -125,12 +126,10 @@ std::variant<json, std::string> parse(const Key& key, std::string_view text) {
             return T(name + " 값은 " + range + " 사이의 정수예요", name + " takes a whole number from " + range);
         }
         case Kind::url: {
-            const std::string t(text);
-            const bool web = t.rfind("http://", 0) == 0 || t.rfind("https://", 0) == 0;
-            const bool printable = std::none_of(t.begin(), t.end(), [](unsigned char c) { return c <= 0x20 || c == 0x7F; });
-            if (t.empty() || (web && t.size() > 8 && printable)) return json(t);
-            return T(name + " 값은 http:// 또는 https:// 주소, 또는 기본값을 뜻하는 \"\"예요",
-                     name + " takes an http:// or https:// address, or \"\" for the default");
+            if (text.empty()) return json("");
+            if (const auto server = NtfyAccess::normalizedServer(std::string(text))) return json(*server);
+            return T(name + " 값은 ntfy 서버 주소(https://호스트[:포트]) 또는 기본값을 뜻하는 \"\"예요",
+                     name + " takes an ntfy server address (https://host[:port]), or \"\" for the default");
         }
     }
     return std::string("?");

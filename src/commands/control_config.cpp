@@ -37,6 +37,7 @@ const std::map<std::string, Apply>& liveSetters() {
         {"max-performance", [](AwakeController& c, const json& v) { c.setPerformance(v.get<bool>()); }},
         {"launch-at-login", [](AwakeController& c, const json& v) { c.setLaunchAtLogin(v.get<bool>()); }},
         {"phone.enabled", [](AwakeController& c, const json& v) { c.setPhone(v.get<bool>()); }},
+        {"phone.server", [](AwakeController& c, const json& v) { c.setPhoneServer(v.get<std::string>()); }},
     };
     return setters;
 }
