@@ -37,7 +37,8 @@ _duskwell() {
         fi
         ;;
     phone)
-        COMPREPLY=($(compgen -W "on off test --json --help" -- "$cur"))
+        [[ $prev == --server || $prev == --token ]] && return
+        COMPREPLY=($(compgen -W "on off test --json --server --public-server --token --no-token --help" -- "$cur"))
         ;;
     helper)
         [[ $cword -eq 2 ]] && COMPREPLY=($(compgen -W "install remove --help" -- "$cur"))

@@ -25,6 +25,10 @@ complete -c duskwell -n "__fish_seen_subcommand_from start" -l at -x -d 'End at 
 complete -c duskwell -n "__fish_seen_subcommand_from config; and not __fish_seen_subcommand_from get set" -a 'get set'
 complete -c duskwell -n "__fish_seen_subcommand_from get set; and not __fish_seen_subcommand_from $keys" -a "$keys"
 complete -c duskwell -n "__fish_seen_subcommand_from phone" -a 'on off test'
+complete -c duskwell -n "__fish_seen_subcommand_from phone" -l server -x -d 'A self-hosted ntfy server (https://host[:port])'
+complete -c duskwell -n "__fish_seen_subcommand_from phone" -l public-server -d 'The public ntfy server again'
+complete -c duskwell -n "__fish_seen_subcommand_from phone" -l token -x -d 'The access token (- reads it from stdin)'
+complete -c duskwell -n "__fish_seen_subcommand_from phone" -l no-token -d 'Remove the access token'
 complete -c duskwell -n "__fish_seen_subcommand_from helper" -a 'install remove'
 complete -c duskwell -n "__fish_seen_subcommand_from connect disconnect" -a 'claude codex'
 complete -c duskwell -n "__fish_seen_subcommand_from $commands; and not __fish_seen_subcommand_from dashboard" -l json -d 'Print one JSON object'

@@ -5,6 +5,6 @@ _duskwelld() {
     case $prev in
     --open-url) COMPREPLY=($(compgen -W "duskwell://start duskwell://stop duskwell://toggle duskwell://sleep duskwell://extend" -- "$cur")); return ;;
     esac
-    COMPREPLY=($(compgen -W "--log --open-url --restore --help --version" -- "$cur"))
+    COMPREPLY=($(compgen -W "--log --attach --open-url --restore --help --version" -- "$cur"))
 } &&
     complete -F _duskwelld duskwelld
