@@ -26,6 +26,7 @@
 #include "phone/ntfy_access.h"
 #include "phone_server_prompt.h"
 #include "terminal_session.h"
+#include "terminal_text.h"
 
 namespace duskwell {
 namespace {
@@ -52,15 +53,6 @@ std::string notRunningText() {
     return T("Duskwell 서비스가 실행 중이 아니에요. `systemctl --user start duskwelld`(또는 `duskwelld`)로 시작하세요.",
              "The Duskwell service is not running. Start it with `systemctl --user start duskwelld` (or run "
              "`duskwelld`).");
-}
-
-std::string clockPrefix() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[16];
-    std::strftime(buf, sizeof buf, "%H:%M:%S ", &tm);
-    return buf;
 }
 
 class AttachedDashboard {

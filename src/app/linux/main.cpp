@@ -32,21 +32,13 @@
 #include "scaled_clock.h"
 #include "state_line.h"
 #include "terminal_session.h"
+#include "terminal_text.h"
 #include "tray_icon.h"
 #include "view_service.h"
 
 namespace {
 
 using namespace duskwell;
-
-std::string clockPrefix() {
-    const std::time_t t = std::time(nullptr);
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    char buf[16];
-    std::strftime(buf, sizeof buf, "%H:%M:%S ", &tm);
-    return buf;
-}
 
 void logLine(const std::string& line) { std::cout << clockPrefix() << line << std::endl; }
 

@@ -1,5 +1,7 @@
 #include "terminal_text.h"
 
+#include <ctime>
+
 namespace duskwell {
 namespace {
 
@@ -96,6 +98,15 @@ std::string fitToWidth(std::string_view text, int w, bool pad) {
     }
     if (pad && used < w) out.append(static_cast<std::size_t>(w - used), ' ');
     return out;
+}
+
+std::string clockPrefix() {
+    const std::time_t t = std::time(nullptr);
+    std::tm tm{};
+    localtime_r(&t, &tm);
+    char buf[16];
+    std::strftime(buf, sizeof buf, "%H:%M:%S ", &tm);
+    return buf;
 }
 
 }  // namespace duskwell

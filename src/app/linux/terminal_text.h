@@ -13,4 +13,7 @@ int displayWidth(std::string_view text);
 // it held escape sequences), then padded with blanks to exactly `width` when `pad`.
 std::string fitToWidth(std::string_view text, int width, bool pad = false);
 
+// "HH:MM:SS " in local time: the lead of every plain log line.
+std::string clockPrefix();
+
 }  // namespace duskwell
