@@ -12,7 +12,7 @@ namespace duskwell::dbus {
 namespace {
 
 struct ErrorScope {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};  // SD_BUS_ERROR_NULL is a C compound literal
     ~ErrorScope() { sd_bus_error_free(&error); }
 };
 
