@@ -145,6 +145,11 @@ void LinuxPlatform::setNotificationButtonHandler(std::function<void(const std::s
     buttonHandler_ = std::move(handler);
 }
 
+namespace {
+// How the unit we write ourselves is told from one the user or a package put there.
+constexpr const char* kUserUnitDescription = "Duskwell: keeps the machine awake while AI agents work";
+}  // namespace
+
 std::string LinuxPlatform::unitFile() const {
     return homeDirectory() + "/.config/systemd/user/" + unitName;
 }
@@ -163,14 +168,20 @@ std::optional<std::string> LinuxPlatform::setLoginItem(bool enabled) {
     if (!systemctl)
         return T("systemd가 없어 로그인 시 실행을 설정할 수 없습니다.",
                  "Launch at login needs systemd, which is not available here.");
-    if (enabled) {
+    if (enabled && packagedUnit()) {
+        // A copy of ours in ~/.config would hide the packaged unit (and outlive its upgrades).
+        if (isOwnUserUnit()) {
+            std::error_code ec;
+            fs::remove(unitFile(), ec);
+        }
+    } else if (enabled) {
         const std::string exe = executable();
         if (exe.empty()) return T("실행 파일 위치를 알 수 없습니다.", "Cannot tell where the program is installed.");
         std::error_code ec;
         fs::create_directories(fs::path(unitFile()).parent_path(), ec);
         std::ofstream out(unitFile(), std::ios::trunc);
         out << "[Unit]\n"
-               "Description=Duskwell: keeps the machine awake while AI agents work\n\n"
+               "Description=" << kUserUnitDescription << "\n\n"
                "[Service]\n"
                "Type=simple\n"
                "ExecStart=\"" << exe << "\"\n"
@@ -190,11 +201,33 @@ std::optional<std::string> LinuxPlatform::setLoginItem(bool enabled) {
         const std::string detail = trim(result.output);
         return detail.empty() ? T("systemctl이 실패했습니다.", "systemctl failed.") : detail;
     }
-    if (!enabled) {
+    if (!enabled && isOwnUserUnit()) {
         std::error_code ec;
         fs::remove(unitFile(), ec);
     }
     return std::nullopt;
+}
+
+std::optional<std::string> LinuxPlatform::packagedUnit() const {
+    const std::string exe = executable();
+    if (exe.empty()) return std::nullopt;
+    // systemd's user unit folders that a package or `cmake --install` fills, in its order.
+    for (const char* dir : {"etc/systemd/user", "usr/local/lib/systemd/user", "usr/lib/systemd/user"}) {
+        const fs::path unit = fs::path(options_.root) / dir / unitName;
+        std::ifstream in(unit);
+        for (std::string line; std::getline(in, line);) {
+            if (line == "ExecStart=" + exe || line == "ExecStart=\"" + exe + "\"") return unit.string();
+        }
+    }
+    return std::nullopt;
+}
+
+bool LinuxPlatform::isOwnUserUnit() const {
+    std::ifstream in(unitFile());
+    for (std::string line; std::getline(in, line);) {
+        if (line == std::string("Description=") + kUserUnitDescription) return true;
+    }
+    return false;
 }
 
 bool LinuxPlatform::openURL(const std::string& url) {

@@ -15,9 +15,9 @@ namespace duskwell {
 //  - resources beside the executable, then in <exe dir>/../libexec/duskwell (the install);
 //  - notifications through org.freedesktop.Notifications on the session bus (authorised
 //    exactly when such a service is on the bus), with buttons as notification actions;
-//  - the login item as the systemd user unit ~/.config/systemd/user/duskwelld.service,
-//    switched with `systemctl --user enable|disable`; enabled means its
-//    default.target.wants link exists;
+//  - the login item as the systemd user unit ~/.config/systemd/user/duskwelld.service (or
+//    the installed unit, when one starts this program), switched with
+//    `systemctl --user enable|disable`; enabled means its default.target.wants link exists;
 //  - URLs through xdg-open;
 //  - administrator rights through pkexec, or sudo when stdin is a terminal.
 // Programs are run with runCommand and looked up under `root` (usr/bin, then bin), so tests
@@ -55,10 +55,15 @@ public:
 
     std::string unitFile() const;   // ~/.config/systemd/user/duskwelld.service
     std::string wantsLink() const;  // ~/.config/systemd/user/default.target.wants/duskwelld.service
+    // The installed unit (under /etc, /usr/local/lib or /usr/lib systemd/user) that starts
+    // this program, when there is one: the login item then enables it instead of writing
+    // its own copy.
+    std::optional<std::string> packagedUnit() const;
 
 private:
     std::optional<std::string> tool(const std::string& name) const;
     std::string executable() const;
+    bool isOwnUserUnit() const;  // ~/.config's unit is the one setLoginItem wrote
     bool stdinIsTerminal() const;
     Options options_;
     std::function<void(const std::string&)> buttonHandler_;  // main thread only

@@ -103,6 +103,41 @@ TEST_F(LinuxPlatformTest, LoginItemWritesTheUserUnitAndEnablesIt) {
                                                               systemctl + " --user disable duskwelld.service"}));
 }
 
+TEST_F(LinuxPlatformTest, LoginItemEnablesAnInstalledUnitForThisProgramInsteadOfHidingIt) {
+    const auto systemctl = program("systemctl");
+    env.commands.answer(systemctl, CommandResult{0, ""});
+    struct Case {
+        std::string unitDir, execStart;
+        bool usesInstalled;  // no copy of ours in ~/.config afterwards
+    };
+    const Case cases[] = {
+        {"usr/lib/systemd/user", "ExecStart=/opt/dw/bin/duskwelld", true},
+        {"usr/local/lib/systemd/user", "ExecStart=\"/opt/dw/bin/duskwelld\"", true},
+        {"etc/systemd/user", "ExecStart=/opt/dw/bin/duskwelld", true},
+        // Another installation's unit would start another program: ours is written.
+        {"usr/lib/systemd/user", "ExecStart=/usr/bin/duskwelld", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.unitDir + " " + c.execStart);
+        const std::string installed = root.path() + "/" + c.unitDir + "/duskwelld.service";
+        writeFile(installed, "[Service]\n" + c.execStart + "\n");
+        auto p = platform();
+        ASSERT_EQ(p.setLoginItem(true), std::nullopt);  // a copy of ours from before goes when unneeded
+        EXPECT_EQ(p.packagedUnit().has_value(), c.usesInstalled);
+        EXPECT_EQ(fs::exists(p.unitFile()), !c.usesInstalled);
+        ASSERT_EQ(p.setLoginItem(false), std::nullopt);
+        EXPECT_FALSE(fs::exists(p.unitFile()));
+        EXPECT_TRUE(fs::exists(installed)) << "the installed unit is never touched";
+        fs::remove(installed);
+        ASSERT_EQ(p.setLoginItem(true), std::nullopt);  // the stale copy for the next case
+    }
+    // A unit the user wrote in ~/.config is theirs: disabling keeps it.
+    auto p = platform();
+    writeFile(p.unitFile(), "[Service]\nExecStart=/home/me/bin/duskwelld\n");
+    ASSERT_EQ(p.setLoginItem(false), std::nullopt);
+    EXPECT_TRUE(fs::exists(p.unitFile()));
+}
+
 TEST_F(LinuxPlatformTest, LoginItemReportsSystemctlsErrorOrItsAbsence) {
     auto p = platform();
     EXPECT_TRUE(p.setLoginItem(true).has_value());  // no systemctl at all
