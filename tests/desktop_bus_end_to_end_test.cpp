@@ -8,6 +8,7 @@
 #include <chrono>
 
 #include "daemon_fixture.h"
+#include "private_bus.h"
 
 namespace duskwell::itest {
 namespace {
@@ -15,31 +16,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using json = nlohmann::json;
-
-constexpr const char* python = "/usr/bin/python3";
-constexpr const char* dbusDaemon = "/usr/bin/dbus-daemon";
-
-bool toolsPresent() {
-    return fs::exists(dbusDaemon) && run({python, "-c", "import dbus, gi"}, "/tmp").status == 0;
-}
-
-// A dbus-daemon of our own; killed with its owner.
-class PrivateBus {
-public:
-    PrivateBus(const std::string& dir, const std::string& name)
-        : file_(dir + "/" + name + ".address"),
-          process_({dbusDaemon, "--session", "--nofork", "--print-address=1"}, Launch{file_, dir + "/" + name + ".err"}) {
-        waitFor([&] { return testing::readFile(file_).value_or("").find('\n') != std::string::npos; }, 10);
-        const std::string text = testing::readFile(file_).value_or("");
-        address_ = text.substr(0, text.find('\n'));
-    }
-    const std::string& address() const { return address_; }
-
-private:
-    std::string file_;
-    Process process_;
-    std::string address_;
-};
 
 // A temporary HOME, both buses and the stand-in services, in that order of birth.
 class BusDesktop {
@@ -50,7 +26,7 @@ public:
         env_.set("DBUS_SESSION_BUS_ADDRESS", session_.address());
         env_.unset("XDG_SESSION_ID");
         if (!startFake) return;
-        std::vector<std::string> argv{python, std::string(DUSKWELL_SOURCE_DIR) + "/tests/dbus/fake_desktop.py",
+        std::vector<std::string> argv{kSystemPython, std::string(DUSKWELL_SOURCE_DIR) + "/tests/dbus/fake_desktop.py",
                                       "--log", log()};
         argv.insert(argv.end(), fakeOptions.begin(), fakeOptions.end());
         fake_ = std::make_unique<Process>(argv, Launch{home.home() + "/fake.out"});
@@ -107,7 +83,7 @@ std::string endsAt(const DaemonHome& home) {
 
 #define SKIP_WITHOUT_TOOLS()                                                                  \
     do {                                                                                      \
-        if (!toolsPresent()) {                                                                \
+        if (!busToolsPresent()) {                                                                \
             GTEST_SKIP() << "needs dbus-daemon and python3-dbus (scripts/deps-debian.txt)"; \
         }                                                                                     \
     } while (false)

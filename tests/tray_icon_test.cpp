@@ -4,39 +4,20 @@
 #include <gtest/gtest.h>
 
 #include "daemon_fixture.h"
+#include "private_bus.h"
 
 namespace duskwell::itest {
 namespace {
 
 using json = nlohmann::json;
 
-const std::string kPython = "/usr/bin/python3";
-const std::string kBusDaemon = "/usr/bin/dbus-daemon";
 const std::string kScript = std::string(DUSKWELL_SOURCE_DIR) + "/tests/dbus/fake_watcher.py";
-
-// A dbus-daemon of our own; its address is the first line it prints.
-class SessionBus {
-public:
-    explicit SessionBus(const std::string& dir)
-        : addressFile_(dir + "/bus.address"),
-          daemon_({kBusDaemon, "--session", "--nofork", "--print-address=1"}, Launch{addressFile_}) {
-        waitFor([&] { return testing::readFile(addressFile_).value_or("").find('\n') != std::string::npos; }, 10);
-        const std::string text = testing::readFile(addressFile_).value_or("");
-        address_ = text.substr(0, text.find('\n'));
-    }
-    const std::string& address() const { return address_; }
-
-private:
-    std::string addressFile_;
-    Process daemon_;
-    std::string address_;
-};
 
 // The stand-in tray host; what it saw, one line per event.
 class Watcher {
 public:
     explicit Watcher(const std::string& record)
-        : record_(record), process_({kPython, kScript, "watch", record}, Launch{record + ".log"}) {
+        : record_(record), process_({kSystemPython, kScript, "watch", record}, Launch{record + ".log"}) {
         waitFor([&] { return seen("ready"); }, 10);
     }
     bool seen(const std::string& line) const {
@@ -52,16 +33,15 @@ private:
 class TrayIconTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (run({kPython, "-c", "import dbus, gi"}, home.bin()).status != 0 ||
-            !fs::exists(kBusDaemon)) {
+        if (!busToolsPresent()) {
             GTEST_SKIP() << "needs dbus-daemon and /usr/bin/python3 with python3-dbus and gi";
         }
-        bus.emplace(home.home());
+        bus.emplace(home.home(), "session-bus");
         env.set("DBUS_SESSION_BUS_ADDRESS", bus->address());
     }
 
     json tool(const std::vector<std::string>& words) const {
-        std::vector<std::string> argv{kPython, kScript};
+        std::vector<std::string> argv{kSystemPython, kScript};
         argv.insert(argv.end(), words.begin(), words.end());
         const RunResult r = run(argv, home.bin(), {.stderrTo = Stderr::apart});
         EXPECT_EQ(r.status, 0) << r.errors;
@@ -99,7 +79,7 @@ protected:
     std::string log() const { return testing::readFile(home.daemonLog()).value_or(""); }
 
     DaemonHome home;
-    std::optional<SessionBus> bus;
+    std::optional<PrivateBus> bus;
     EnvScope env;
     std::string service;
 };
