@@ -100,21 +100,32 @@ class Checker:
                 return self.rep.step(step, False, f"wanted {brief(want)} within {timeout} s; last: {seen}")
             time.sleep(0.3)
 
-    def hold(self, step, want, until, interval=3.0):
-        """Every observation until `until` (a time) must match `want`."""
-        n, bad = 0, None
+    def hold(self, step, want, until, interval=3.0, cli_slips=0):
+        """Every observation until `until` (a time) must match `want`.
+
+        `cli_slips`: how many looks may find `duskwell agents` alone reading a hook-less root
+        as working from one second of CPU while duskwelld, which remembers that root's ended
+        session, reads it right. The one-shot command has no such memory."""
+        n, bad, slips = 0, None, []
         while True:
             row, entry = self.observe()
             n += 1
-            if bad is None and not self.matches(row, entry, want):
-                bad = (f"look {n} at +{time.time() - self.rep.t0:.0f}s: agents --json {brief(row)}, "
-                       f"duskwelld {brief(entry)}")
+            if not self.matches(row, entry, want):
+                look = (f"look {n} at +{time.time() - self.rep.t0:.0f}s: agents --json {brief(row)}, "
+                        f"duskwelld {brief(entry)}")
+                one_shot_only = (row is not None and not row.get("sessions") and entry is not None
+                                 and self.matches(dict(row, state=entry.get("state")), entry, want))
+                if one_shot_only and len(slips) < cli_slips:
+                    slips.append(look)
+                elif bad is None:
+                    bad = look
             if time.time() >= until:
                 break
             time.sleep(min(interval, max(0.0, until - time.time())))
         # The whole span is waited out either way, so later steps keep their timing.
-        return self.rep.step(step, bad is None, bad or f"{n} looks; last agents --json {brief(row)}, "
-                                                       f"duskwelld {brief(entry)}")
+        note = f"; one-shot slips: {slips}" if slips else ""
+        return self.rep.step(step, bad is None, (bad or f"{n} looks; last agents --json {brief(row)}, "
+                                                        f"duskwelld {brief(entry)}") + note)
 
 
 # The tools the stand-in model asks for: a script that works the CPU a little for N seconds,
@@ -438,7 +449,7 @@ def codex(sb, rep):
     t = time.time()
     tmux.type("/clear")
     check.hold("a known idle session after /clear, across the late SessionEnd", {"count": 1, "state": "idle"},
-               t + 95)
+               t + 95, cli_slips=1)
     late = [e for e in sb.events(t) if e.get("hook_event_name") == "SessionEnd"]
     rep.step("the late SessionEnd really came during that time", bool(late), f"{late}")
 
