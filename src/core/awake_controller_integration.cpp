@@ -19,7 +19,7 @@ void AwakeController::setIntegration(AgentKind kind, bool on) {
     const auto error = on ? AgentIntegration::install(kind) : AgentIntegration::uninstall(kind);
     if (error) {
         setLastMessage(*error);
-    } else if (const auto hint = on ? AgentIntegration::trustHint(kind) : std::nullopt) {
+    } else if (const auto hint = on ? AgentIntegration::connectHint(kind) : std::nullopt) {
         setLastMessage(T(std::string(kind.title()) + " 연결됨. ", std::string(kind.title()) + " connected. ") + *hint);
     }
     refreshIntegrations();
@@ -30,8 +30,11 @@ void AwakeController::refreshHookScript() {
         if (!on) continue;
         // A newer app brings a newer hook; a failure keeps the old one, which still works.
         (void)AgentIntegration::installScript();
-        return;
+        break;
     }
+    // And a newer OpenCode plugin: connecting again rewrites it only when it differs.
+    if (const auto it = integrated_.find(AgentKind::opencode); it != integrated_.end() && it->second)
+        (void)AgentIntegration::install(AgentKind::opencode);
 }
 
 }  // namespace duskwell

@@ -30,7 +30,8 @@ TEST(AwakeControllerIntegration, ListsEveryHookAgentAsConnectedOrNot) {
     fs::create_directories(h.home + "/.claude");
     writeFile(h.home + "/.claude/settings.json", R"({"hooks":{"Stop":[{"hooks":[{"type":"command","command":"/u/.duskwell/hook claude"}]}]}})");
     AwakeController c;
-    const std::map<AgentKind, bool> expected{{AgentKind::claude, true}, {AgentKind::codex, false}};
+    const std::map<AgentKind, bool> expected{
+        {AgentKind::claude, true}, {AgentKind::codex, false}, {AgentKind::gemini, false}, {AgentKind::opencode, false}};
     EXPECT_EQ(c.integrated(), expected);
 }
 
