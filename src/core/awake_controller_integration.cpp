@@ -26,15 +26,22 @@ void AwakeController::setIntegration(AgentKind kind, bool on) {
 }
 
 void AwakeController::refreshHookScript() {
-    for (const auto& [kind, on] : integrated_) {
-        if (!on) continue;
-        // A newer app brings a newer hook; a failure keeps the old one, which still works.
-        (void)AgentIntegration::installScript();
-        break;
-    }
-    // And a newer OpenCode plugin: connecting again rewrites it only when it differs.
-    if (const auto it = integrated_.find(AgentKind::opencode); it != integrated_.end() && it->second)
+    const auto on = [this](AgentKind kind) {
+        const auto it = integrated_.find(kind);
+        return it != integrated_.end() && it->second;
+    };
+    // A newer app brings a newer hook, and a newer OpenCode plugin (connecting OpenCode again
+    // installs the hook too and rewrites the plugin only when it differs). A failure keeps
+    // the old ones, which still work.
+    if (on(AgentKind::opencode)) {
         (void)AgentIntegration::install(AgentKind::opencode);
+        return;
+    }
+    for (const auto& [kind, connected] : integrated_) {
+        if (!connected) continue;
+        (void)AgentIntegration::installScript();
+        return;
+    }
 }
 
 }  // namespace duskwell

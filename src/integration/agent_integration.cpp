@@ -233,11 +233,8 @@ bool isAvailable(AgentKind kind) {
 
 bool isInstalled(AgentKind kind) {
     const auto file = configFile(kind);
-    if (!file) return false;
-    std::ifstream in(*file, std::ios::binary);
-    if (!in) return false;
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return !in.bad() && text.find(marker) != std::string::npos;
+    const auto text = file ? readText(*file) : std::nullopt;
+    return text && text->find(marker) != std::string::npos;
 }
 
 namespace {
@@ -302,10 +299,7 @@ bool awaitsTrust(AgentKind kind) {
     const auto file = configFile(kind);
     json hooks;
     if (!file || load(*file, hooks)) return false;
-    std::ifstream in(home() + "/.codex/config.toml", std::ios::binary);
-    const std::string toml = in ? std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())
-                                : std::string();
-    return !trustsOwnHooks(hooks, *file, toml);
+    return !trustsOwnHooks(hooks, *file, readText(home() + "/.codex/config.toml").value_or(""));
 }
 
 std::optional<std::string> connectHint(AgentKind kind) {
