@@ -110,10 +110,16 @@ bool stepProcessRuns(const std::vector<const ProcessInfo*>& tree, Date step) {
 }
 
 // A command the agent left running after its turn (Codex's background terminals, a build
-// sent to the background) that is busy on the CPU.
-bool busyDescendant(const std::vector<const ProcessInfo*>& tree) {
-    for (size_t i = 1; i < tree.size(); ++i)
-        if (tree[i]->cpu >= kDescendantBusyCpu && !isHookProcess(*tree[i])) return true;
+// sent to the background) that is busy on the CPU. The agent's own processes are no such
+// command: Gemini CLI's launcher starts the real agent as its child, whose housekeeping
+// spikes would otherwise read as work.
+bool busyDescendant(const std::vector<const ProcessInfo*>& tree, const Tables& t, AgentKind kind) {
+    for (size_t i = 1; i < tree.size(); ++i) {
+        if (tree[i]->cpu < kDescendantBusyCpu || isHookProcess(*tree[i])) continue;
+        const ProcessMatch* m = t.match(tree[i]->pid);
+        if (m && m->kind == kind && m->role == ProcessRole::agent) continue;
+        return true;
+    }
     return false;
 }
 
@@ -191,7 +197,7 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
         const auto& tree = root.tree;
         if (previous.hookedRoots.count(pid)) {
             result.memory.hookedRoots.insert(pid);
-            add(rows, root.kind, busyDescendant(tree) ? AgentState::working : AgentState::idle, Hooks::no);
+            add(rows, root.kind, busyDescendant(tree, t, root.kind) ? AgentState::working : AgentState::idle, Hooks::no);
             continue;
         }
 
@@ -248,7 +254,7 @@ ScanResult classify(const ProcessTable& table, const std::vector<SessionRecord>&
             if (sessionRoot[i]) trees[1] = sessionRoot[i]->tree;
             for (const auto& tree : trees) {
                 const bool answered = info.state == AgentState::waiting && toolStartedAfter(tree, sessions[i].at);
-                if (answered || busyDescendant(tree)) info.state = AgentState::working;
+                if (answered || busyDescendant(tree, t, info.kind)) info.state = AgentState::working;
             }
         }
         add(rows, info.kind, info.state, Hooks::yes);
