@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -36,34 +35,7 @@ inline bool waitFor(const std::function<bool()>& done, double seconds) {
     return true;
 }
 
-// Sets environment variables for this process (and so for every child) and puts the old
-// values back afterwards.
-class EnvScope {
-public:
-    void set(const std::string& name, const std::string& value) {
-        if (!saved_.count(name)) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-        }
-        ::setenv(name.c_str(), value.c_str(), 1);
-    }
-    void unset(const std::string& name) {
-        if (!saved_.count(name)) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-        }
-        ::unsetenv(name.c_str());
-    }
-    ~EnvScope() {
-        for (const auto& [name, value] : saved_) {
-            if (value) ::setenv(name.c_str(), value->c_str(), 1);
-            else ::unsetenv(name.c_str());
-        }
-    }
-
-private:
-    std::map<std::string, std::optional<std::string>> saved_;
-};
+using testing::EnvScope;
 
 enum class Stderr { withOutput, apart };
 

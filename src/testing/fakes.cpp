@@ -263,6 +263,29 @@ void TestEnvironment::installHelper() {
     writeFile(helperFile(), "#!/bin/sh\nexit 0\n");
 }
 
+void EnvScope::save(const std::string& name) {
+    if (saved_.count(name)) return;
+    const char* old = std::getenv(name.c_str());
+    saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
+}
+
+void EnvScope::set(const std::string& name, const std::string& value) {
+    save(name);
+    setenv(name.c_str(), value.c_str(), 1);
+}
+
+void EnvScope::unset(const std::string& name) {
+    save(name);
+    unsetenv(name.c_str());
+}
+
+EnvScope::~EnvScope() {
+    for (const auto& [name, value] : saved_) {
+        if (value) setenv(name.c_str(), value->c_str(), 1);
+        else unsetenv(name.c_str());
+    }
+}
+
 std::optional<std::string> readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
