@@ -25,17 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 inline std::string binary(const std::string& name) { return std::string(DUSKWELL_BIN_DIR) + "/" + name; }
 
-// Polls `done` every 50 ms; false when `seconds` pass first.
-inline bool waitFor(const std::function<bool()>& done, double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (Clock::now() >= deadline) return done();
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return true;
-}
-
 using testing::EnvScope;
+using testing::waitFor;
 
 enum class Stderr { withOutput, apart };
 

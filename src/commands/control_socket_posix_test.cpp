@@ -248,15 +248,6 @@ TEST_F(ControlSocketTest, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(rec.count(), 5u);
 }
 
-bool waitUntil(const std::function<bool()>& ok, double seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!ok()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
 // Reads lines until one starts with `prefix`; every line read, in order. Stops after 5 s.
 std::vector<std::string> linesUntil(int fd, const std::string& prefix) {
     std::vector<std::string> lines;
@@ -292,7 +283,7 @@ TEST_F(ControlSocketTest, WatchersGetTheNewestLinesAndASlowOneHoldsNobodyUp) {
     fast->send("watch\n");
     slow.send("watch\n");
     EXPECT_EQ(linesUntil(fast->fd, "state 0"), (std::vector<std::string>{"ok", "state 0"}));
-    ASSERT_TRUE(waitUntil([&] { return server->watchers() == 2; }, 2));
+    ASSERT_TRUE(testing::waitFor([&] { return server->watchers() == 2; }, 2));
 
     const std::string bulk(256 * 1024, 'x');
     const auto started = std::chrono::steady_clock::now();
@@ -306,7 +297,7 @@ TEST_F(ControlSocketTest, WatchersGetTheNewestLinesAndASlowOneHoldsNobodyUp) {
     EXPECT_LT(seen.size(), 200u);  // the 200 publications came faster than 50 MB could be read
 
     fast.reset();
-    EXPECT_TRUE(waitUntil([&] { return server->watchers() == 1; }, 2));
+    EXPECT_TRUE(testing::waitFor([&] { return server->watchers() == 1; }, 2));
     EXPECT_EQ(rec.count(), 3u);  // two watch requests and the ping went through the handler
 }
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "core/app_config.h"
 #include "core/localization.h"
@@ -284,6 +285,15 @@ EnvScope::~EnvScope() {
         if (value) setenv(name.c_str(), value->c_str(), 1);
         else unsetenv(name.c_str());
     }
+}
+
+bool waitFor(const std::function<bool()>& done, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) return done();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
 }
 
 std::optional<std::string> readFile(const std::string& path) {

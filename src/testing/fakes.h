@@ -275,6 +275,9 @@ private:
     std::map<std::string, std::optional<std::string>> saved_;
 };
 
+// Polls `done` every 50 ms; false when `seconds` pass first.
+bool waitFor(const std::function<bool()>& done, double seconds);
+
 // Reads a whole file; nothing when it cannot be read.
 std::optional<std::string> readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& contents);
