@@ -11,6 +11,7 @@
 
 #include "core/app_config.h"
 #include "core/awake_controller.h"
+#include "core/awake_controller_test_support.h"
 #include "core/localization.h"
 #include "core/settings_keys.h"
 #include "testing/fakes.h"
@@ -296,26 +297,21 @@ TEST(HugeDurations, AreClampedToAWeekAndNeverEndThePeriodAtOnce) {
     EXPECT_GT(dateFromUnix(1e300), now);
 }
 
-TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
-    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
-    EXPECT_TRUE(c.isActive());
-    EXPECT_EQ(readStatus()["active"], true);
-    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
-    EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(readStatus()["active"], false);
-    EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
-}
-
-TEST_F(URLRoutes, StopEndsTheSessionWithoutAReason) {
-    c.start(KeepMode::timer, 30);
-    EXPECT_TRUE(c.handleURL("duskwell://stop"));
-    EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(c.lastMessage(), std::nullopt);
-    EXPECT_EQ(readStatus()["active"], false);
+TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstStateAndStopEndsWithoutAReason) {
+    for (const char* second : {"duskwell://toggle", "duskwell://stop"}) {
+        SCOPED_TRACE(second);
+        EXPECT_TRUE(c.handleURL("duskwell://toggle"));
+        EXPECT_TRUE(c.isActive());
+        EXPECT_EQ(readStatus()["active"], true);
+        EXPECT_TRUE(c.handleURL(second));
+        EXPECT_FALSE(c.isActive());
+        EXPECT_EQ(readStatus()["active"], false);
+        EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
+    }
 }
 
 TEST_F(URLRoutes, SleepStopsARunningPeriodWithTheReasonAndSleepsTwoSecondsLaterEvenWhenIdle) {
-    const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
+    const std::string sleepLine = testing::sleepNowLine();
     for (const bool running : {false, true}) {
         SCOPED_TRACE(running ? "running" : "idle");
         if (running) c.start(KeepMode::timer, 30);
