@@ -12,6 +12,7 @@
 
 #include "daemon_fixture.h"
 #include "power/hold_probe_linux.h"
+#include "private_bus.h"
 
 namespace duskwell::itest {
 namespace {
@@ -21,31 +22,27 @@ using nlohmann::json;
 class PrivateSystemBus {
 public:
     PrivateSystemBus() {
-        if (::access("/usr/bin/dbus-daemon", X_OK) != 0) {
+        if (!fs::exists(kDbusDaemon)) {
             why_ = "dbus-daemon is not installed";
             return;
         }
-        const std::string socket = dir_.path() + "/bus";
-        address_ = "unix:path=" + socket;
         setState(json::object());
-        bus_ = std::make_unique<Process>(
-            std::vector<std::string>{"/usr/bin/dbus-daemon", "--session", "--nofork", "--address=" + address_},
-            Launch{dir_.path() + "/bus.log"});
-        if (!waitFor([&] { return fs::exists(socket); }, 10)) {
+        bus_.emplace(dir_.path(), "bus");
+        if (bus_->address().empty()) {
             why_ = "dbus-daemon did not start";
             return;
         }
         const std::string ready = dir_.path() + "/ready";
         logind_ = std::make_unique<Process>(
-            std::vector<std::string>{"/usr/bin/python3", std::string(DUSKWELL_SOURCE_DIR) + "/tests/dbus/held_fake_logind.py",
-                                     address_, state(), ready},
+            std::vector<std::string>{kSystemPython, std::string(DUSKWELL_SOURCE_DIR) + "/tests/dbus/held_fake_logind.py",
+                                     bus_->address(), state(), ready},
             Launch{log()});
         if (!waitFor([&] { return fs::exists(ready) || !logind_->running(); }, 20) || !fs::exists(ready)) {
             why_ = "the stand-in logind did not start (python3-dbus, python3-gi?): " +
                    testing::readFile(log()).value_or("");
             return;
         }
-        env_.set("DBUS_SYSTEM_BUS_ADDRESS", address_);
+        env_.set("DBUS_SYSTEM_BUS_ADDRESS", bus_->address());
     }
     const std::string& why() const { return why_; }
     bool ready() const { return why_.empty(); }
@@ -61,9 +58,8 @@ public:
 private:
     std::string state() const { return dir_.path() + "/state.json"; }
     testing::TempDir dir_;
-    std::string address_;
     std::string why_;
-    std::unique_ptr<Process> bus_;
+    std::optional<PrivateBus> bus_;
     std::unique_ptr<Process> logind_;
     EnvScope env_;
 };

@@ -14,6 +14,7 @@
 
 #include "ntfy_test_server.h"
 #include "phone/http_client.h"
+#include "testing/fakes.h"
 
 namespace duskwell {
 // Defined in src/phone/http_client_linux.cpp.
@@ -33,15 +34,6 @@ bool libcurlMapped() {
         if (line.find("/libcurl.so") != std::string::npos) return true;
     }
     return false;
-}
-
-bool eventually(const std::function<bool()>& done, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) return done();
-        std::this_thread::sleep_for(20ms);
-    }
-    return true;
 }
 
 // Collects the completions of a client, with the thread each ran on.
@@ -91,7 +83,7 @@ HttpRequest publish(const NtfyTestServer& server, const std::string& text) {
 TEST(HttpClientLoading, LibcurlIsOpenOnlyWhileThereIsWorkAndComesBackForTheNextRequest) {
     NtfyTestServer server;
     // Clients of earlier tests in this process must have given the library back as well.
-    ASSERT_TRUE(eventually([] { return !libcurlMapped(); }, 3s)) << "libcurl still open before the test";
+    ASSERT_TRUE(testing::waitFor([] { return !libcurlMapped(); }, 3)) << "libcurl still open before the test";
 
     auto client = makeCurlHttpClient("libcurl.so.4", 1s);
     EXPECT_FALSE(libcurlMapped()) << "a client that has sent nothing must not open libcurl";
@@ -102,7 +94,7 @@ TEST(HttpClientLoading, LibcurlIsOpenOnlyWhileThereIsWorkAndComesBackForTheNextR
     EXPECT_EQ(done.responses()[0].status, 200) << done.responses()[0].error.value_or("");
     EXPECT_TRUE(libcurlMapped()) << "closed before the idle time passed";
 
-    EXPECT_TRUE(eventually([] { return !libcurlMapped(); }, 5s)) << "libcurl stayed open while idle";
+    EXPECT_TRUE(testing::waitFor([] { return !libcurlMapped(); }, 5)) << "libcurl stayed open while idle";
 
     // The same client opens it again for the next request.
     client->send(publish(server, "second"), done.next());
@@ -111,7 +103,7 @@ TEST(HttpClientLoading, LibcurlIsOpenOnlyWhileThereIsWorkAndComesBackForTheNextR
     ASSERT_EQ(server.messages("loading").size(), 2u);
     EXPECT_EQ(server.messages("loading")[0].value("message", ""), "first");
     EXPECT_EQ(server.messages("loading")[1].value("message", ""), "second");
-    EXPECT_TRUE(eventually([] { return !libcurlMapped(); }, 5s));
+    EXPECT_TRUE(testing::waitFor([] { return !libcurlMapped(); }, 5));
 }
 
 TEST(HttpClientLoading, RequestsSentWhileTheLibraryIsBeingClosedAreNotLost) {
@@ -148,7 +140,7 @@ TEST(HttpClientLoading, ClientsShareTheLibraryAndTheLastOneClosesIt) {
     EXPECT_EQ(done.responses()[2].status, 200) << done.responses()[2].error.value_or("");
 
     slow.reset();  // its session ends with it
-    EXPECT_TRUE(eventually([] { return !libcurlMapped(); }, 5s));
+    EXPECT_TRUE(testing::waitFor([] { return !libcurlMapped(); }, 5));
 }
 
 TEST(HttpClientLoading, DestroyingTheClientMidTransferAbandonsItAndClosesTheLibrary) {
@@ -166,7 +158,7 @@ TEST(HttpClientLoading, DestroyingTheClientMidTransferAbandonsItAndClosesTheLibr
         EXPECT_LT(std::chrono::steady_clock::now() - before, 3s) << "the destructor waited for the stalled request";
     }
     EXPECT_EQ(called.load(), 0) << "an abandoned transfer's completion ran";
-    EXPECT_TRUE(eventually([] { return !libcurlMapped(); }, 5s));
+    EXPECT_TRUE(testing::waitFor([] { return !libcurlMapped(); }, 5));
     server.setStalled(false);
 }
 

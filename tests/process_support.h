@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -26,44 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 inline std::string binary(const std::string& name) { return std::string(DUSKWELL_BIN_DIR) + "/" + name; }
 
-// Polls `done` every 50 ms; false when `seconds` pass first.
-inline bool waitFor(const std::function<bool()>& done, double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-        if (Clock::now() >= deadline) return done();
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return true;
-}
-
-// Sets environment variables for this process (and so for every child) and puts the old
-// values back afterwards.
-class EnvScope {
-public:
-    void set(const std::string& name, const std::string& value) {
-        if (!saved_.count(name)) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-        }
-        ::setenv(name.c_str(), value.c_str(), 1);
-    }
-    void unset(const std::string& name) {
-        if (!saved_.count(name)) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-        }
-        ::unsetenv(name.c_str());
-    }
-    ~EnvScope() {
-        for (const auto& [name, value] : saved_) {
-            if (value) ::setenv(name.c_str(), value->c_str(), 1);
-            else ::unsetenv(name.c_str());
-        }
-    }
-
-private:
-    std::map<std::string, std::optional<std::string>> saved_;
-};
+using testing::EnvScope;
+using testing::waitFor;
 
 enum class Stderr { withOutput, apart };
 

@@ -62,9 +62,8 @@ public:
     RecordingSudo() {
         writeFile(path(), "#!/bin/sh\nprintf '%s\\n' \"$*\" >> " + log() + "\n");
         fs::permissions(path(), fs::perms::owner_all);
-        ::setenv("DUSKWELL_TEST_SUDO", path().c_str(), 1);
+        env_.set("DUSKWELL_TEST_SUDO", path());
     }
-    ~RecordingSudo() { ::unsetenv("DUSKWELL_TEST_SUDO"); }
     std::string path() const { return dir_.path() + "/sudo"; }
     std::string log() const { return dir_.path() + "/calls.log"; }
     std::vector<std::string> calls() const {
@@ -77,6 +76,7 @@ public:
 
 private:
     TempDir dir_;
+    testing::EnvScope env_;
 };
 
 // The fakes, except that programs are run for real.

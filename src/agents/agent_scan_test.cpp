@@ -50,32 +50,6 @@ AgentState stateOf(const ProcessTable& t, const ScanMemory& memory = {}) {
 
 const ProcessInfo shell = proc(1, 0, 0, "/sbin/launchd");
 
-TEST(ScanCpu, ABusyDescendantMakesAQuietRootWork) {
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 0.5, "/bin/claude"), proc(11, 10, 6.0, "/bin/zsh")})),
-              AgentState::working);
-    // Deeper descendants count too.
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 0, "/bin/zsh"),
-                             proc(12, 11, 5.0, "/usr/bin/git")})),
-              AgentState::working);
-}
-
-TEST(ScanCpu, TheTreeSumDecidesAtThreePercent) {
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 3.0, "/bin/claude")})), AgentState::working);
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 2.9, "/bin/claude")})), AgentState::idle);
-    // Spread over the tree: 1.5 + 1.5.
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 1.5, "/bin/claude"), proc(11, 10, 1.5, "/bin/zsh")})),
-              AgentState::working);
-    // A descendant just under 5 % with a quiet sum stays idle.
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 2.9, "/bin/zsh")})),
-              AgentState::idle);
-}
-
-TEST(ScanCpu, ProcessesOutsideTheTreeDoNotCount) {
-    // A busy sibling (same parent, not a child of the agent) changes nothing.
-    EXPECT_EQ(stateOf(table({shell, proc(10, 1, 0, "/bin/claude"), proc(11, 1, 90, "/bin/yes")})),
-              AgentState::idle);
-}
-
 TEST(ScanNetwork, TwoThousandFortyEightBytesBetweenScansMeanWork) {
     auto scanWith = [](std::int64_t before, std::int64_t after) {
         const auto first = classify(table({shell, proc(10, 1, 0, "/bin/claude", "", before)}), {}, {}, t0);
@@ -114,12 +88,6 @@ TEST(ScanGpu, LocalModelsWorkFromTwentyFivePercentOthersNever) {
     EXPECT_EQ(r.snapshot.gpu, 40);
 }
 
-TEST(ScanTrees, ASameKindChildMergesIntoItsParent) {
-    const auto r = classify(table({shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 0, "/bin/claude")}), {}, {}, t0);
-    ASSERT_EQ(r.snapshot.items.size(), 1u);
-    EXPECT_EQ(r.snapshot.items[0].count, 1);
-}
-
 TEST(ScanTrees, UnrelatedInstancesShareOneRow) {
     const auto r = classify(table({shell, proc(10, 1, 0, "/bin/claude"), proc(30, 1, 4.0, "/bin/claude")}), {}, {}, t0);
     ASSERT_EQ(r.snapshot.items.size(), 1u);
@@ -136,8 +104,8 @@ ProcessInfo named(std::int32_t pid, std::int32_t ppid, double cpu, std::string e
     return p;
 }
 
-// Process trees of real agents; each case is one the immediate-parent rule, the one-name
-// match or the pid-only session link got wrong.
+// Process trees: the CPU of a whole tree decides, and each shape of a real agent is one the
+// immediate-parent rule, the one-name match or the pid-only session link got wrong.
 TEST(ScanShapes, RealTreesCountEachSessionOnceWithTheRightState) {
     struct Case {
         const char* what;
@@ -156,7 +124,28 @@ TEST(ScanShapes, RealTreesCountEachSessionOnceWithTheRightState) {
     const auto waitingAt = [](AgentKind kind, std::int32_t pid) {
         return session(kind, pid, AgentState::waiting, std::string(kind.rawValue()) + "-s");
     };
+    const auto claudeTree = [](double rootCpu, std::vector<ProcessInfo> rest) {
+        rest.insert(rest.begin(), {shell, proc(10, 1, rootCpu, "/bin/claude")});
+        return rest;
+    };
     const Case cases[] = {
+        {"a busy child makes a quiet root work", claudeTree(0.5, {proc(11, 10, 6.0, "/bin/zsh")}), {},
+         AgentKind::claude, 1, AgentState::working},
+        {"deeper descendants count too", claudeTree(0, {proc(11, 10, 0, "/bin/zsh"), proc(12, 11, 5.0, "/usr/bin/git")}),
+         {}, AgentKind::claude, 1, AgentState::working},
+        {"3 % of CPU is work", claudeTree(3.0, {}), {}, AgentKind::claude, 1, AgentState::working},
+        {"2.9 % is not", claudeTree(2.9, {}), {}, AgentKind::claude, 1, AgentState::idle},
+        {"3 % spread over the tree", claudeTree(1.5, {proc(11, 10, 1.5, "/bin/zsh")}), {},
+         AgentKind::claude, 1, AgentState::working},
+        {"a child just under 5 % with a quiet sum", claudeTree(0, {proc(11, 10, 2.9, "/bin/zsh")}), {},
+         AgentKind::claude, 1, AgentState::idle},
+        {"a busy sibling outside the tree", claudeTree(0, {proc(11, 1, 90, "/bin/yes")}), {},
+         AgentKind::claude, 1, AgentState::idle},
+        {"a claude child merges into its claude parent", claudeTree(0, {proc(11, 10, 0, "/bin/claude")}), {},
+         AgentKind::claude, 1, AgentState::idle},
+        {"a cycle in the parent links ends, 2 % counted once",
+         {proc(0, 0, 0, "kernel_task"), proc(5, 6, 1.0, "/bin/claude"), proc(6, 5, 1.0, "/bin/zsh")}, {},
+         AgentKind::claude, 1, AgentState::idle},
         {"claude -> zsh -> claude is one agent",
          {shell, proc(10, 1, 0, "/bin/claude"), proc(11, 10, 0, "/bin/zsh"), proc(12, 11, 0, "/bin/claude")},
          {}, AgentKind::claude, 1, AgentState::idle},
@@ -272,13 +261,6 @@ TEST(ScanTrees, AChildOfAnotherKindIsItsOwnRootAndAlsoInItsParentsTree) {
     ASSERT_EQ(r.snapshot.items.size(), 2u);
     EXPECT_EQ(row(r.snapshot, AgentKind::claude)->state, AgentState::working);
     EXPECT_EQ(row(r.snapshot, AgentKind::codex)->state, AgentState::working);
-}
-
-TEST(ScanTrees, CyclesInTheParentLinksEnd) {
-    const auto r = classify(table({proc(0, 0, 0, "kernel_task"), proc(5, 6, 1.0, "/bin/claude"), proc(6, 5, 1.0, "/bin/zsh")}),
-                            {}, {}, t0);
-    ASSERT_EQ(r.snapshot.items.size(), 1u);
-    EXPECT_EQ(r.snapshot.items[0].state, AgentState::idle);  // 2.0 % over the two, counted once
 }
 
 TEST(ScanHooks, AHookedProcessIsRepresentedOnlyByItsSession) {

@@ -73,7 +73,7 @@ TEST_F(SessionRecords, TheRecordOfAGoneAgentIsDeleted) {
     EXPECT_TRUE(fs::exists(path("claude-here")));
 }
 
-TEST_F(SessionRecords, MalformedAndForeignRecordsAreLeftInPlace) {
+TEST_F(SessionRecords, MalformedForeignAndTemporaryRecordsAreLeftInPlace) {
     const std::vector<std::pair<std::string, std::string>> files = {
         {"Claude-2", "UserPromptSubmit 1800000000 999\n"},  // kind prefix is case-sensitive
         {"cline-3", "UserPromptSubmit 1800000000 999\n"},   // unknown kind
@@ -85,18 +85,12 @@ TEST_F(SessionRecords, MalformedAndForeignRecordsAreLeftInPlace) {
         {"claude-9", "\xff\xfe Stop 1 999\n"},  // not UTF-8
         {"claude-10", "Stop 1e300 999\n"},        // beyond any clock
         {"claude-11", "Stop -5 999\n"},           // before 1970
+        {"claude-x.tmp", "Notification 1800000000 100\n"},  // a hook's half-written file, never read
+        {"claude-y.tmp", "Notification 1800000000 999\n"},  // nor deleted when its agent is gone
     };
     for (const auto& [name, text] : files) writeFile(path(name), text);
     EXPECT_TRUE(read().empty());
     for (const auto& [name, text] : files) EXPECT_TRUE(fs::exists(path(name))) << name;
-}
-
-TEST_F(SessionRecords, TmpFilesAreNeverReadNorDeleted) {
-    writeFile(path("claude-x.tmp"), "Notification 1800000000 100\n");
-    writeFile(path("claude-y.tmp"), "Notification 1800000000 999\n");
-    EXPECT_TRUE(read().empty());
-    EXPECT_TRUE(fs::exists(path("claude-x.tmp")));
-    EXPECT_TRUE(fs::exists(path("claude-y.tmp")));
 }
 
 TEST_F(SessionRecords, OptionalLinesAreTrimmedAndMayBeMissingOrBad) {

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "testing/fakes.h"
@@ -77,71 +78,62 @@ TEST_F(ControlSocketTest, TheSocketIsOwnerOnlyAndGoneAfterShutdown) {
     EXPECT_EQ(sendControlRequest(path(), "ping", 2).outcome, Outcome::notRunning);
 }
 
-TEST_F(ControlSocketTest, RepliesOnlyAfterTheMainQueueRanTheHandler) {
+// A server whose handlers wait in a main queue that the test runs by hand.
+struct QueuedServer {
     std::mutex mutex;
-    std::vector<std::function<void()>> mainQueue;
+    std::vector<std::function<void()>> queue;
     std::atomic<int> ran{0};
-    auto server = ControlServer::start(
-        path(),
-        [&](std::function<void()> task) {
-            std::lock_guard lock(mutex);
-            mainQueue.push_back(std::move(task));
-        },
-        [&](const std::string&) {
-            ++ran;
-            return Reply{ReplyKind::notHandled, {}};
-        });
-    ASSERT_TRUE(server);
+    std::unique_ptr<ControlServer> server;
 
+    QueuedServer(const std::string& path, Reply reply)
+        : server(ControlServer::start(
+              path,
+              [this](std::function<void()> task) {
+                  std::lock_guard lock(mutex);
+                  queue.push_back(std::move(task));
+              },
+              [this, reply](const std::string&) {
+                  ++ran;
+                  return reply;
+              })) {}
+    std::vector<std::function<void()>> take() {
+        std::lock_guard lock(mutex);
+        return std::exchange(queue, {});
+    }
+};
+
+TEST_F(ControlSocketTest, RepliesOnlyAfterTheMainQueueRanTheHandler) {
+    QueuedServer q(path(), {ReplyKind::notHandled, {}});
+    ASSERT_TRUE(q.server);
     ControlResponse response;
     std::thread client([&] { response = sendControlRequest(path(), "duskwell://nope", 10); });
     // Play the main loop: wait for the task, then run it.
-    for (int i = 0; i < 500; ++i) {
-        std::vector<std::function<void()>> tasks;
-        {
-            std::lock_guard lock(mutex);
-            tasks.swap(mainQueue);
-        }
-        for (auto& t : tasks) t();
-        if (ran.load()) break;
+    for (int i = 0; i < 500 && !q.ran.load(); ++i) {
+        for (auto& t : q.take()) t();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     client.join();
-    EXPECT_EQ(ran.load(), 1);
+    EXPECT_EQ(q.ran.load(), 1);
     ASSERT_EQ(response.outcome, Outcome::replied) << response.text;
     EXPECT_EQ(response.reply.kind, ReplyKind::notHandled);
 }
 
 TEST_F(ControlSocketTest, ShuttingDownAnswersAPendingRequestAndSkipsItsHandler) {
-    std::mutex mutex;
-    std::vector<std::function<void()>> neverRun;
-    std::atomic<int> ran{0};
-    auto server = ControlServer::start(
-        path(),
-        [&](std::function<void()> task) {
-            std::lock_guard lock(mutex);
-            neverRun.push_back(std::move(task));
-        },
-        [&](const std::string&) {
-            ++ran;
-            return Reply{ReplyKind::ok, {}};
-        });
-    ASSERT_TRUE(server);
+    QueuedServer q(path(), {ReplyKind::ok, {}});
+    ASSERT_TRUE(q.server);
     ControlResponse response;
     std::thread client([&] { response = sendControlRequest(path(), "duskwell://stop", 10); });
-    for (int i = 0; i < 500; ++i) {
-        {
-            std::lock_guard lock(mutex);
-            if (!neverRun.empty()) break;
-        }
+    std::vector<std::function<void()>> neverRun;
+    for (int i = 0; i < 500 && neverRun.empty(); ++i) {
+        neverRun = q.take();
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    server.reset();
+    q.server.reset();
     client.join();
     ASSERT_EQ(response.outcome, Outcome::replied) << response.text;
     EXPECT_EQ(response.reply, (Reply{ReplyKind::error, "shutting down"}));
     for (auto& t : neverRun) t();  // the main loop catches up after the server is gone
-    EXPECT_EQ(ran.load(), 0);
+    EXPECT_EQ(q.ran.load(), 0);
 }
 
 TEST_F(ControlSocketTest, NoServerMeansNotRunningAlsoForAStaleSocketFile) {
@@ -256,15 +248,6 @@ TEST_F(ControlSocketTest, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(rec.count(), 5u);
 }
 
-bool waitUntil(const std::function<bool()>& ok, double seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!ok()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
 // Reads lines until one starts with `prefix`; every line read, in order. Stops after 5 s.
 std::vector<std::string> linesUntil(int fd, const std::string& prefix) {
     std::vector<std::string> lines;
@@ -300,7 +283,7 @@ TEST_F(ControlSocketTest, WatchersGetTheNewestLinesAndASlowOneHoldsNobodyUp) {
     fast->send("watch\n");
     slow.send("watch\n");
     EXPECT_EQ(linesUntil(fast->fd, "state 0"), (std::vector<std::string>{"ok", "state 0"}));
-    ASSERT_TRUE(waitUntil([&] { return server->watchers() == 2; }, 2));
+    ASSERT_TRUE(testing::waitFor([&] { return server->watchers() == 2; }, 2));
 
     const std::string bulk(256 * 1024, 'x');
     const auto started = std::chrono::steady_clock::now();
@@ -314,7 +297,7 @@ TEST_F(ControlSocketTest, WatchersGetTheNewestLinesAndASlowOneHoldsNobodyUp) {
     EXPECT_LT(seen.size(), 200u);  // the 200 publications came faster than 50 MB could be read
 
     fast.reset();
-    EXPECT_TRUE(waitUntil([&] { return server->watchers() == 1; }, 2));
+    EXPECT_TRUE(testing::waitFor([&] { return server->watchers() == 1; }, 2));
     EXPECT_EQ(rec.count(), 3u);  // two watch requests and the ping went through the handler
 }
 

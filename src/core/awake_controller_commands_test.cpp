@@ -11,6 +11,7 @@
 
 #include "core/app_config.h"
 #include "core/awake_controller.h"
+#include "core/awake_controller_test_support.h"
 #include "core/localization.h"
 #include "core/settings_keys.h"
 #include "testing/fakes.h"
@@ -55,33 +56,30 @@ TEST_F(StatusFile, IdleAppWritesTheAlwaysPresentKeysOnly) {
                          {"written", utc(env.clock.now())}}));
 }
 
-TEST_F(StatusFile, TimerSessionHasEndButNoCountdown) {
-    ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=90"));
-    ASSERT_TRUE(c.isActive());
-    const json doc = readStatus();
-    EXPECT_EQ(doc["active"], true);
-    EXPECT_EQ(doc["mode"], "timer");
-    EXPECT_EQ(doc["endsAt"], utc(addSeconds(env.clock.now(), 90 * 60)));
-    EXPECT_EQ(doc["status"], "1:30 left");
-    EXPECT_FALSE(doc.contains("sleepsInSeconds"));
-}
-
-TEST_F(StatusFile, UnlimitedTimerHasNoEndAndSaysSo) {
-    ASSERT_TRUE(c.handleURL("duskwell://start?mode=timer&minutes=0"));
-    const json doc = readStatus();
-    EXPECT_EQ(doc["mode"], "timer");
-    EXPECT_FALSE(doc.contains("endsAt"));
-    EXPECT_EQ(doc["status"], "No time limit");
+TEST_F(StatusFile, APeriodHasAnEndOnlyWhenItHasOneAndACountdownOnlyInAuto) {
+    struct Case { const char* url; const char* mode; std::optional<double> endsIn; const char* status; };
+    for (const Case& k : {Case{"duskwell://start?mode=timer&minutes=90", "timer", 90 * 60, "1:30 left"},
+                          Case{"duskwell://start?mode=timer&minutes=0", "timer", std::nullopt, "No time limit"},
+                          Case{"duskwell://start?mode=auto", "auto", 8 * 3600, "All quiet · sleeping in 10m"}}) {
+        SCOPED_TRACE(k.url);
+        ASSERT_TRUE(c.handleURL(k.url));
+        const json doc = readStatus();
+        EXPECT_EQ(doc["active"], true);
+        EXPECT_EQ(doc["mode"], k.mode);
+        EXPECT_EQ(doc["status"], k.status);
+        if (k.endsIn) EXPECT_EQ(doc["endsAt"], utc(addSeconds(env.clock.now(), *k.endsIn)));
+        else EXPECT_FALSE(doc.contains("endsAt"));
+        EXPECT_EQ(doc.contains("sleepsInSeconds"), std::string(k.mode) == "auto");
+        c.stop();
+    }
 }
 
 TEST_F(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
     c.setAutoCapHours(0);
     ASSERT_TRUE(c.handleURL("duskwell://start"));
     json doc = readStatus();
-    EXPECT_EQ(doc["mode"], "auto");
     EXPECT_EQ(doc["sleepsInSeconds"], 600);
     EXPECT_FALSE(doc.contains("endsAt")) << "no cap, no end";
-    EXPECT_EQ(doc["status"], "All quiet · sleeping in 10m");
 
     // 0.4 s plus one tick: 598.6 seconds left, written truncated.
     env.clock.advance(0.4);
@@ -89,12 +87,6 @@ TEST_F(StatusFile, AutoSessionWithQuietAgentsCountsDownToSleep) {
     c.writeStatusFile();
     doc = readStatus();
     EXPECT_EQ(doc["sleepsInSeconds"], 598);
-}
-
-TEST_F(StatusFile, AutoSessionWithACapShowsItsEnd) {
-    ASSERT_EQ(c.autoCapHours(), 8);
-    ASSERT_TRUE(c.handleURL("duskwell://start?mode=auto"));
-    EXPECT_EQ(readStatus()["endsAt"], utc(addSeconds(env.clock.now(), 8 * 3600)));
 }
 
 TEST_F(StatusFile, AnUnchangedStateIsWrittenOnce) {
@@ -179,35 +171,29 @@ TEST_F(StatusFile, ReadersNeverSeeAPartialFileWhileItIsRewritten) {
 
 // ---------------------------------------------------------------- status line
 
-TEST_F(StatusLine, JoinsSessionBatteryAndLidParts) {
-    env.power.setBattery(80, true, 95);
-    env.power.lid = true;
-    c.refreshSystem();
-    EXPECT_EQ(c.statusLine(), "Idle · Battery 80% (~1:35) · Lid closed");
-    Locale::overrideForTesting(true);
-    EXPECT_EQ(c.statusLine(), "대기 중 · 배터리 80% (약 1:35) · 뚜껑 닫힘");
-}
-
-TEST_F(StatusLine, LeavesOutWhatIsUnknown) {
-    EXPECT_EQ(c.statusLine(), "Idle");  // a desktop: no battery, lid state unknown
+TEST_F(StatusLine, JoinsSessionBatteryAndLidPartsLeavingOutWhatIsUnknown) {
+    const auto expectBoth = [&](const std::string& english, const std::string& korean) {
+        Locale::overrideForTesting(false);
+        EXPECT_EQ(c.statusLine(), english);
+        Locale::overrideForTesting(true);
+        EXPECT_EQ(c.statusLine(), korean);
+    };
+    expectBoth("Idle", "대기 중");  // a desktop: no battery, lid state unknown
     env.power.setBattery(55, false);
     env.power.lid = false;
     c.refreshSystem();
-    EXPECT_EQ(c.statusLine(), "Idle · Battery 55%");
-}
-
-TEST_F(StatusLine, TimerSessionShowsTheTimeLeftInBothLanguages) {
+    expectBoth("Idle · Battery 55%", "대기 중 · 배터리 55%");
+    env.power.setBattery(80, true, 95);
+    env.power.lid = true;
+    c.refreshSystem();
+    expectBoth("Idle · Battery 80% (~1:35) · Lid closed", "대기 중 · 배터리 80% (약 1:35) · 뚜껑 닫힘");
+    env.power.sources.reset();  // the session part alone
+    env.power.lid = std::nullopt;
+    c.refreshSystem();
     c.start(KeepMode::timer, 45);
-    EXPECT_EQ(c.statusLine(), "45m left");
-    Locale::overrideForTesting(true);
-    EXPECT_EQ(c.statusLine(), "남은 시간 45분");
-}
-
-TEST_F(StatusLine, AutoSessionWithQuietAgentsShowsTheCountdown) {
+    expectBoth("45m left", "남은 시간 45분");
     c.start(KeepMode::auto_, std::nullopt);
-    EXPECT_EQ(c.statusLine(), "All quiet · sleeping in 10m");
-    Locale::overrideForTesting(true);
-    EXPECT_EQ(c.statusLine(), "모두 조용함 · 10분 후 잠자기");
+    expectBoth("All quiet · sleeping in 10m", "모두 조용함 · 10분 후 잠자기");
 }
 
 // ---------------------------------------------------------------- URL routes
@@ -311,48 +297,37 @@ TEST(HugeDurations, AreClampedToAWeekAndNeverEndThePeriodAtOnce) {
     EXPECT_GT(dateFromUnix(1e300), now);
 }
 
-TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstState) {
-    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
-    EXPECT_TRUE(c.isActive());
-    EXPECT_EQ(readStatus()["active"], true);
-    EXPECT_TRUE(c.handleURL("duskwell://toggle"));
-    EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(readStatus()["active"], false);
-    EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
+TEST_F(URLRoutes, ToggleTwiceReturnsToTheFirstStateAndStopEndsWithoutAReason) {
+    for (const char* second : {"duskwell://toggle", "duskwell://stop"}) {
+        SCOPED_TRACE(second);
+        EXPECT_TRUE(c.handleURL("duskwell://toggle"));
+        EXPECT_TRUE(c.isActive());
+        EXPECT_EQ(readStatus()["active"], true);
+        EXPECT_TRUE(c.handleURL(second));
+        EXPECT_FALSE(c.isActive());
+        EXPECT_EQ(readStatus()["active"], false);
+        EXPECT_EQ(c.lastMessage(), std::nullopt) << "a manual stop has no reason";
+    }
 }
 
-TEST_F(URLRoutes, StopEndsTheSessionWithoutAReason) {
-    c.start(KeepMode::timer, 30);
-    EXPECT_TRUE(c.handleURL("duskwell://stop"));
-    EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(c.lastMessage(), std::nullopt);
-    EXPECT_EQ(readStatus()["active"], false);
-}
-
-TEST_F(URLRoutes, SleepStopsWithTheReasonThenSleepsTwoSecondsLater) {
-    c.start(KeepMode::timer, 30);
-    const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
-    EXPECT_TRUE(c.handleURL("duskwell://sleep"));
-    EXPECT_FALSE(c.isActive());
-    EXPECT_EQ(c.lastMessage(), "Sleep requested by command.");
-    EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty()) << "not before 2 s";
-    env.clock.advance(1.9);
-    env.dispatcher.runDue();
-    EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty());
-    env.clock.advance(0.1);
-    env.dispatcher.runDue();
-    EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
-}
-
-TEST_F(URLRoutes, SleepWhileIdleStillSleepsButStopsNothing) {
-    const std::string sleepLine = AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
-    EXPECT_TRUE(c.handleURL("duskwell://sleep"));
-    EXPECT_EQ(c.lastMessage(), std::nullopt);
-    EXPECT_TRUE(env.platform.notifications.empty());
-    env.clock.advance(2.0);
-    env.dispatcher.runDue();
-    EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
-    EXPECT_EQ(readStatus()["active"], false);
+TEST_F(URLRoutes, SleepStopsARunningPeriodWithTheReasonAndSleepsTwoSecondsLaterEvenWhenIdle) {
+    const std::string sleepLine = testing::sleepNowLine();
+    for (const bool running : {false, true}) {
+        SCOPED_TRACE(running ? "running" : "idle");
+        if (running) c.start(KeepMode::timer, 30);
+        env.commands.clear();
+        EXPECT_TRUE(c.handleURL("duskwell://sleep"));
+        EXPECT_FALSE(c.isActive());
+        EXPECT_EQ(readStatus()["active"], false);
+        EXPECT_EQ(c.lastMessage(), running ? std::optional<std::string>("Sleep requested by command.") : std::nullopt);
+        EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty()) << "not before 2 s";
+        env.clock.advance(1.9);
+        env.dispatcher.runDue();
+        EXPECT_TRUE(env.commands.linesContaining(sleepLine).empty());
+        env.clock.advance(0.1);
+        env.dispatcher.runDue();
+        EXPECT_EQ(env.commands.linesContaining(sleepLine).size(), 1u);
+    }
 }
 
 TEST_F(URLRoutes, HostsAreCaseSensitiveAndUnknownOnesChangeNothing) {

@@ -18,6 +18,7 @@ using testing::localTime;
 using testing::phoneAlerts;
 using testing::phoneAlertsTitled;
 using testing::sleepNowLine;
+using testing::ticks;
 using testing::TestEnvironment;
 
 bool restoreLid(const TestEnvironment& env) {
@@ -32,10 +33,6 @@ size_t liveWatchdogs(const TestEnvironment& env) {
 bool ran(const TestEnvironment& env, const std::string& line) {
     const auto lines = env.commands.lines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-void ticks(TestEnvironment& env, int n) {
-    for (int i = 0; i < n; ++i) env.dispatcher.tickSecond();
 }
 
 // ---- start: the means, in order, and every failure leaves nothing held ----

@@ -58,6 +58,11 @@ inline std::vector<std::string> helperRuns(const TestEnvironment& env) {
     return out;
 }
 
+// `n` seconds of the controller's tick.
+inline void ticks(TestEnvironment& env, int n) {
+    for (int i = 0; i < n; ++i) env.dispatcher.tickSecond();
+}
+
 inline std::string sleepNowLine() {
     return AppConfig::sleepNowProgram() + " " + AppConfig::sleepNowArgument();
 }

@@ -16,13 +16,10 @@ using testing::agentItem;
 using testing::phoneAlerts;
 using testing::phoneAlertsTitled;
 using testing::sleepNowLine;
+using testing::ticks;
 using testing::snapshotOf;
 using testing::TestEnvironment;
 using Access = AwakeControllerTestAccess;
-
-void ticks(TestEnvironment& env, int n) {
-    for (int i = 0; i < n; ++i) env.dispatcher.tickSecond();
-}
 
 // A running period with the phone on, local notifications possible and the lid open.
 struct Running {

@@ -42,10 +42,7 @@ class LinuxPlatformTest : public ::testing::Test {
 protected:
     testing::TestEnvironment env;
     testing::TempDir root;
-    std::string oldHome = std::getenv("HOME") ? std::getenv("HOME") : "";
-
-    void SetUp() override { setenv("HOME", env.home.path().c_str(), 1); }
-    void TearDown() override { setenv("HOME", oldHome.c_str(), 1); }
+    testing::EnvScope home{"HOME", env.home.path()};
 
     LinuxPlatform platform(std::optional<bool> terminal = false, std::string exe = "/opt/dw/bin/duskwelld") {
         return LinuxPlatform({root.path(), std::move(exe), terminal});

@@ -57,11 +57,10 @@ TEST(PowerHelperInstallScript, AHostileConfiguredPathStaysOneQuotedWord) {
     TestEnvironment env;
     const std::string hostile = env.home.path() + "/x'; touch /pwned; '";
     const std::string quoted = env.home.path() + "/x'\\''; touch /pwned; '\\'''";
-    ::setenv("DUSKWELL_TEST_HELPER", hostile.c_str(), 1);
+    testing::EnvScope helper("DUSKWELL_TEST_HELPER", hostile);
     const std::string script = PowerHelper::installScript("ann", "/src/duskwell-power");
     EXPECT_THAT(script, HasSubstr("'ann ALL=(root) NOPASSWD: " + quoted + " > "));
     EXPECT_THAT(script, HasSubstr("\"$H\" '" + quoted + "\n"));
-    ::unsetenv("DUSKWELL_TEST_HELPER");
 }
 
 // --- the AppleScript source ---
@@ -146,7 +145,7 @@ TEST(PowerHelperRun, ArgumentListIsShownQuotedWithInnerQuotesEscaped) {
 
 // --- install and uninstall ---
 
-TEST(PowerHelperInstall, RejectsUnsafeUserNamesBeforeAnyPrompt) {
+TEST(PowerHelperInstall, RejectsUnsafeUserNamesBeforeAnyPromptAndAdmitsPlainLoginNames) {
     for (const std::string user : {"", "ann smith", "o'neil", "ann\"", "jos\xc3\xa9", "ann;id", "ann\n",
                                    "$(id)", "ann/..", "\xea\xb9\x80"}) {
         TestEnvironment env;
@@ -157,61 +156,57 @@ TEST(PowerHelperInstall, RejectsUnsafeUserNamesBeforeAnyPrompt) {
         EXPECT_EQ(error->kind(), PowerHelper::InstallError::Case::badUser) << user;
         EXPECT_TRUE(env.platform.adminScripts.empty()) << "prompt shown for " << user;
     }
-}
-
-TEST(PowerHelperInstall, AdmitsPlainLoginNames) {
     for (const std::string user : {"ann", "Ann.Lee", "build_bot-2", "a"})
         EXPECT_TRUE(PowerHelper::isValidUserName(user)) << user;
 }
 
-TEST(PowerHelperInstall, MissingResourceIsReportedWithoutPrompt) {
-    TestEnvironment env;
-    const auto error = PowerHelper::install();
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(*error, PowerHelper::InstallError::missingResource());
-    EXPECT_TRUE(env.platform.adminScripts.empty());
+// Each failure before or at the prompt is its own error, worded in both languages.
+TEST(PowerHelperInstall, MissingResourceCancelAndFailureAreKeptApart) {
+    using E = PowerHelper::InstallError;
+    struct Case {
+        bool resource;
+        AdminResult admin;
+        E error;
+        const char *english, *korean;
+    };
+    const Case cases[] = {
+        {false, {AdminOutcome::succeeded, {}}, E::missingResource(), "Helper file is missing from the app.",
+         "앱 번들에 도우미 파일이 없습니다."},
+        {true, {AdminOutcome::cancelled, "User canceled."}, E::cancelled(), "Permission setup was cancelled.",
+         "권한 설정이 취소되었습니다."},
+        {true, {AdminOutcome::failed, "visudo: syntax error"}, E::failed("visudo: syntax error"),
+         "Permission setup failed: visudo: syntax error", "권한 설정 실패: visudo: syntax error"},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.english);
+        TestEnvironment env;
+        if (k.resource) env.platform.resources["duskwell-power"] = "/app/duskwell-power";
+        env.platform.adminResult = k.admin;
+        const auto error = PowerHelper::install();
+        ASSERT_TRUE(error.has_value());
+        EXPECT_EQ(*error, k.error);
+        EXPECT_EQ(env.platform.adminScripts.size(), k.resource ? 1u : 0u) << "no prompt without the helper file";
+        EXPECT_EQ(error->localizedDescription(), k.english);
+        Locale::overrideForTesting(true);
+        EXPECT_EQ(error->localizedDescription(), k.korean);
+    }
+    Locale::overrideForTesting(true);
+    EXPECT_EQ(E::badUser().localizedDescription(), "지원하지 않는 사용자 이름입니다.");
+    Locale::overrideForTesting(std::nullopt);
 }
 
-TEST(PowerHelperInstall, RunsTheInstallScriptOnceWithTheConsentPrompt) {
+TEST(PowerHelperInstall, RunsTheInstallScriptOnceWithTheConsentPromptInEachLanguage) {
     TestEnvironment env;
     env.platform.user = "ann";
     env.platform.resources["duskwell-power"] = "/app/Res/duskwell-power";
     EXPECT_FALSE(PowerHelper::install().has_value());
-    ASSERT_EQ(env.platform.adminScripts.size(), 1u);
+    Locale::overrideForTesting(true);
+    EXPECT_FALSE(PowerHelper::install().has_value());
+    ASSERT_EQ(env.platform.adminScripts.size(), 2u);
     EXPECT_EQ(env.platform.adminScripts[0].first, PowerHelper::installScript("ann", "/app/Res/duskwell-power"));
     EXPECT_EQ(env.platform.adminScripts[0].second,
               "Duskwell needs permission once to keep your computer awake with the lid closed.");
-}
-
-TEST(PowerHelperInstall, CancelAndFailureAreKeptApart) {
-    TestEnvironment env;
-    env.platform.resources["duskwell-power"] = "/app/duskwell-power";
-
-    env.platform.adminResult = {AdminOutcome::cancelled, "User canceled."};
-    auto error = PowerHelper::install();
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(*error, PowerHelper::InstallError::cancelled());
-    EXPECT_EQ(error->localizedDescription(), "Permission setup was cancelled.");
-
-    env.platform.adminResult = {AdminOutcome::failed, "visudo: syntax error"};
-    error = PowerHelper::install();
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(*error, PowerHelper::InstallError::failed("visudo: syntax error"));
-    EXPECT_EQ(error->localizedDescription(), "Permission setup failed: visudo: syntax error");
-}
-
-TEST(PowerHelperInstall, ErrorTextsInKorean) {
-    TestEnvironment env;
-    Locale::overrideForTesting(true);
-    using E = PowerHelper::InstallError;
-    EXPECT_EQ(E::failed("x").localizedDescription(), "권한 설정 실패: x");
-    EXPECT_EQ(E::badUser().localizedDescription(), "지원하지 않는 사용자 이름입니다.");
-    EXPECT_EQ(E::missingResource().localizedDescription(), "앱 번들에 도우미 파일이 없습니다.");
-    EXPECT_EQ(E::cancelled().localizedDescription(), "권한 설정이 취소되었습니다.");
-    env.platform.resources["duskwell-power"] = "/app/duskwell-power";
-    PowerHelper::install();
-    ASSERT_EQ(env.platform.adminScripts.size(), 1u);
-    EXPECT_EQ(env.platform.adminScripts[0].second,
+    EXPECT_EQ(env.platform.adminScripts[1].second,
               "Duskwell가 뚜껑을 닫아도 컴퓨터가 잠들지 않도록 전원 설정 권한을 한 번만 요청합니다.");
 }
 

@@ -2,7 +2,6 @@
 #include "power/power_sources_linux.h"
 
 #include <gtest/gtest.h>
-#include <cstdlib>
 #include <filesystem>
 
 #include "power/system_info.h"
@@ -16,22 +15,10 @@ using testing::readFile;
 using testing::writeFile;
 
 // A fake machine: sysfs, procfs and programs below a temporary root.
-// UPower would otherwise answer before the fake tree: the system bus points nowhere here.
-struct NoSystemBus {
-    std::optional<std::string> saved;
-    NoSystemBus() {
-        if (const char* v = std::getenv("DBUS_SYSTEM_BUS_ADDRESS")) saved = v;
-        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/duskwell-test-bus", 1);
-    }
-    ~NoSystemBus() {
-        if (saved) ::setenv("DBUS_SYSTEM_BUS_ADDRESS", saved->c_str(), 1);
-        else ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    }
-};
-
 class FakeRoot : public ::testing::Test {
 protected:
-    NoSystemBus noBus;
+    // UPower would otherwise answer before the fake tree: the system bus points nowhere here.
+    testing::EnvScope noBus{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/duskwell-test-bus"};
     testing::TestEnvironment env;  // installs the scripted command runner
     testing::TempDir root;
     LinuxPowerSources power{root.path()};

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "core/app_config.h"
 #include "core/localization.h"
@@ -261,6 +262,38 @@ std::string TestEnvironment::helperFile() const { return home.path() + "/helper/
 void TestEnvironment::installHelper() {
     fs::create_directories(home.path() + "/helper");
     writeFile(helperFile(), "#!/bin/sh\nexit 0\n");
+}
+
+void EnvScope::save(const std::string& name) {
+    if (saved_.count(name)) return;
+    const char* old = std::getenv(name.c_str());
+    saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
+}
+
+void EnvScope::set(const std::string& name, const std::string& value) {
+    save(name);
+    setenv(name.c_str(), value.c_str(), 1);
+}
+
+void EnvScope::unset(const std::string& name) {
+    save(name);
+    unsetenv(name.c_str());
+}
+
+EnvScope::~EnvScope() {
+    for (const auto& [name, value] : saved_) {
+        if (value) setenv(name.c_str(), value->c_str(), 1);
+        else unsetenv(name.c_str());
+    }
+}
+
+bool waitFor(const std::function<bool()>& done, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) return done();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
 }
 
 std::optional<std::string> readFile(const std::string& path) {

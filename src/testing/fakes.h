@@ -258,6 +258,26 @@ private:
     std::unique_ptr<ServicesScope> scope_;
 };
 
+// Sets environment variables for this process (and so for every child) and puts the old
+// values back when it goes.
+class EnvScope {
+public:
+    EnvScope() = default;
+    EnvScope(const std::string& name, const std::string& value) { set(name, value); }
+    ~EnvScope();
+    EnvScope(const EnvScope&) = delete;
+    EnvScope& operator=(const EnvScope&) = delete;
+    void set(const std::string& name, const std::string& value);
+    void unset(const std::string& name);
+
+private:
+    void save(const std::string& name);
+    std::map<std::string, std::optional<std::string>> saved_;
+};
+
+// Polls `done` every 50 ms; false when `seconds` pass first.
+bool waitFor(const std::function<bool()>& done, double seconds);
+
 // Reads a whole file; nothing when it cannot be read.
 std::optional<std::string> readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& contents);
