@@ -542,14 +542,16 @@ def gemini(sb, rep):
     tmux = sb.start_tmux()
     sb.start_daemon()
 
-    # Without hooks: a launcher node and the agent node it re-spawns, one agent.
+    # Without hooks: a launcher node and the agent node it re-spawns, one agent. (Inside an
+    # auto period from here on: duskwelld scans every 5 s then, which keeps the run short.)
+    start_auto(sb, rep)
     tmux.type("clear; gemini")
     tmux.wait_screen(GEMINI_READY, 60)
     table = process_table()
     rep.log("gemini at rest: " + describe_tree(table, gemini_alive()))
-    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, OUT_OF_PERIOD)
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, IN_PERIOD)
     quit_ui(tmux, "/quit", lambda: not gemini_alive())
-    check.expect("gone after /quit (no hooks)", None, OUT_OF_PERIOD)
+    check.expect("gone after /quit (no hooks)", None, IN_PERIOD)
 
     gemini_settings(sb, hooks=True)
     r = sb.duskwell("connect", "gemini")
@@ -602,11 +604,11 @@ def gemini(sb, rep):
     check_period_end(sb, rep, turn_end)
 
     # /quit sends SessionEnd three times, the last from an orphan; the record goes at the first.
+    start_auto(sb, rep)
     t = time.time()
     quit_ui(tmux, "/quit", lambda: not gemini_alive())
-    ends = sb.wait_event("SessionEnd", t, 20)
-    rep.log(f"SessionEnd after /quit: {ends}")
-    check.expect("gone after /quit", None, OUT_OF_PERIOD)
+    sb.wait_event("SessionEnd", t, 20)
+    check.expect("gone after /quit", None, IN_PERIOD)
     rep.step("no session record left", not records_left(sb, "gemini"), str(records_left(sb, "gemini")))
     check_network(sb, rep, "gemini")
 
@@ -675,13 +677,14 @@ def opencode(sb, rep):
     tmux = sb.start_tmux()
     sb.start_daemon()
 
+    start_auto(sb, rep)  # 5-second scans from here on, as in Gemini's run
     tmux.type("clear; opencode")
     tmux.wait_screen(OPENCODE_READY, 60)
     table = process_table()
     rep.log("opencode at rest: " + describe_tree(table, opencode_alive()))
-    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, OUT_OF_PERIOD)
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, IN_PERIOD)
     quit_ui(tmux, "/exit", lambda: not opencode_alive())
-    check.expect("gone after /exit (no plugin)", None, OUT_OF_PERIOD)
+    check.expect("gone after /exit (no plugin)", None, IN_PERIOD)
 
     os.makedirs(os.path.join(folder, "plugins"), exist_ok=True)
     with open(os.path.join(folder, "plugins", "eventlog.js"), "w") as f:
@@ -730,8 +733,9 @@ def opencode(sb, rep):
     check_period_end(sb, rep, turn_end)
 
     # /exit sends no event: the record must go with the process.
+    start_auto(sb, rep)
     quit_ui(tmux, "/exit", lambda: not opencode_alive())
-    check.expect("gone after /exit", None, OUT_OF_PERIOD)
+    check.expect("gone after /exit", None, IN_PERIOD)
     rep.step("no session record left", not records_left(sb, "opencode"), str(records_left(sb, "opencode")))
     check_network(sb, rep, "opencode")
 
