@@ -493,42 +493,179 @@ itest::RunResult runCli(const std::vector<std::string>& args, const std::vector<
     return itest::run(argv, scratch, {.stderrTo = itest::Stderr::apart, .env = env});
 }
 
+// Connects each agent whose hooks live in a settings file, runs the very command it
+// registered the way that agent runs hooks, and disconnects again.
 TEST(ConnectCommand, ConnectsAnAgentWhoseHookThenKeepsRecords) {
+    struct Case {
+        const char* kind;
+        const char* file;   // under HOME
+        const char* shell;  // how the agent runs a hook command
+        const char* hint;   // in the connect output
+        std::string event;
+        const char* record;
+    };
+    const std::string project = "/tmp/connect-project";
+    const std::vector<Case> cases = {
+        {"codex", "/.codex/hooks.json", "-lc", "choose Trust", codexEvent("Stop", project),
+         "codex-019d036d-c7fa-72d2-b6fd-78878bfe34e4"},
+        // Gemini CLI runs hooks with `bash -c`; its approval prompt is a ToolPermission notification.
+        {"gemini", "/.gemini/settings.json", "-c", "folders you trust",
+         R"({"session_id":"af275c14-af8b-41c6-a4d3-962d2788f714","cwd":")" + project +
+             R"(","hook_event_name":"Notification","timestamp":"2026-11-23T07:51:50.806Z","notification_type":"ToolPermission","message":"Tool Confirm Shell Command requires execution"})",
+         "gemini-af275c14-af8b-41c6-a4d3-962d2788f714"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.kind);
+        AgentHome h;
+        fs::remove(h.home + "/.duskwell/hook");
+        const std::string file = h.home + c.file;
+        fs::create_directories(fs::path(file).parent_path());
+        const auto env = h.environment();
+
+        const auto connect = runCli({"connect", c.kind}, env, h.home);
+        ASSERT_EQ(connect.status, 0) << connect.errors;
+        EXPECT_NE(connect.output.find(c.hint), std::string::npos) << connect.output;
+        EXPECT_EQ(readFile(h.home + "/.duskwell/hook"), readFile(kHook)) << "the shipped program beside the command";
+        EXPECT_EQ(fs::status(h.home + "/.duskwell/hook").permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+
+        const auto settings = nlohmann::json::parse(readFile(file).value());
+        const std::string command = settings["hooks"]["SessionEnd"][0]["hooks"][0]["command"];
+        EXPECT_EQ(command, h.home + "/.duskwell/hook " + c.kind);
+        Child agent({h.standIn(c.kind), "-c", std::string(R"(while read -r ev; do /bin/bash )") + c.shell +
+                                                R"( "$CMD" < "$ev"; echo ok; done)"},
+                    [&] { auto e = env; e.push_back("CMD=" + command); return e; }(), h.project,
+                    h.home + "/agent.stderr");
+        agent.send(h.event("event", c.event) + "\n");
+        ASSERT_EQ(agent.readLine(), "ok");
+        const auto record = h.record(c.record);
+        ASSERT_TRUE(record.has_value());
+        EXPECT_EQ(lineStarting(*record, "cwd="), project);
+        EXPECT_EQ(firstLine(*record).pid, agent.pid());
+        const auto state = stateForHookEvent(firstLine(*record).event);
+        EXPECT_EQ(state, c.kind == std::string("codex") ? AgentState::idle : AgentState::waiting);
+        agent.finish();
+
+        const auto disconnect = runCli({"disconnect", c.kind}, env, h.home);
+        ASSERT_EQ(disconnect.status, 0) << disconnect.errors;
+        EXPECT_EQ(readFile(file).value_or("").find("/.duskwell/hook"), std::string::npos);
+    }
+}
+
+// Our OpenCode plugin as OpenCode runs it: a module whose exported function gets the
+// session's folder and answers the handlers, fed OpenCode's events. Node stands in for
+// OpenCode's Bun; the hook program it runs is the real one.
+TEST(ConnectCommand, OpencodePluginKeepsOneRecordThatFollowsItsSessions) {
+    const std::string node = "/usr/bin/node";
+    if (access(node.c_str(), X_OK) != 0) GTEST_SKIP() << "no node at " << node;
     AgentHome h;
-    fs::remove(h.home + "/.duskwell/hook");
-    fs::create_directories(h.home + "/.codex");
-    const auto env = h.environment();
+    const std::string config = h.home + "/xdg";
+    fs::create_directories(config + "/opencode");
+    auto env = h.environment();
+    env.push_back("XDG_CONFIG_HOME=" + config);
 
-    const auto connect = runCli({"connect", "codex"}, env, h.home);
+    const auto connect = runCli({"connect", "opencode", "--json"}, env, h.home);
     ASSERT_EQ(connect.status, 0) << connect.errors;
-    EXPECT_NE(connect.output.find("choose Trust"), std::string::npos) << connect.output;
-    EXPECT_EQ(readFile(h.home + "/.duskwell/hook"), readFile(kHook)) << "the shipped program beside the command";
-    EXPECT_EQ(fs::status(h.home + "/.duskwell/hook").permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+    const std::string plugin = config + "/opencode/plugins/duskwell.js";
+    EXPECT_EQ(nlohmann::json::parse(connect.output).value("file", ""), plugin);
+    EXPECT_EQ(fs::status(plugin).permissions() & fs::perms::all, static_cast<fs::perms>(0644));
+    // Node reads ES modules by their extension; OpenCode takes the .js as it is.
+    fs::copy_file(plugin, h.home + "/plugin.mjs");
 
-    // Run the very command the settings file now registers, as Codex would.
-    const auto settings = nlohmann::json::parse(readFile(h.home + "/.codex/hooks.json").value());
-    const std::string command = settings["hooks"]["Stop"][0]["hooks"][0]["command"];
-    EXPECT_EQ(command, h.home + "/.duskwell/hook codex");
-    Child agent({h.standIn("codex"), "-c", R"(while read -r ev; do /bin/bash -lc "$CMD" < "$ev"; echo ok; done)"},
-                [&] { auto e = env; e.push_back("CMD=" + command); return e; }(), h.project, h.home + "/agent.stderr");
-    agent.send(h.event("stop", codexEvent("Stop", h.project)) + "\n");
-    ASSERT_EQ(agent.readLine(), "ok");
-    const auto record = h.record("codex-019d036d-c7fa-72d2-b6fd-78878bfe34e4");
-    ASSERT_TRUE(record.has_value());
-    EXPECT_EQ(firstLine(*record).event, "Stop");
-    EXPECT_EQ(firstLine(*record).pid, agent.pid());
-    agent.finish();
+    // Each step: events, then what the record must say once they settle. A burst's last
+    // event wins; a repeat of the current state rewrites nothing; a subagent's session
+    // finishing leaves the main one at work; what OpenCode never sends must not throw.
+    writeFile(h.home + "/driver.mjs", R"js(
+import { readdirSync, readFileSync } from "node:fs";
+const mod = await import(process.argv[2]);
+const names = Object.keys(mod);
+if (names.length !== 1 || typeof mod[names[0]] !== "function") throw new Error("exports: " + names);
+const hooks = await mod[names[0]]({ directory: process.argv[3] });
+const dir = process.env.HOME + "/.duskwell/sessions";
+const read = () => {
+  const files = readdirSync(dir).filter((n) => n.startsWith("opencode-") && !n.endsWith(".tmp"));
+  return files.length === 1 ? readFileSync(dir + "/" + files[0], "utf8") : `${files.length} records`;
+};
+const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
+const settle = async (want) => {
+  for (let i = 0; i < 150 && read().split(" ")[0] !== want; i++) await sleep(20);
+  await sleep(150);
+  return read();
+};
+const seen = [await settle("SessionStart")];
+for (const step of JSON.parse(process.argv[4])) {
+  for (const e of step.events) {
+    if (e.tool) await hooks["tool.execute.before"]({ tool: "bash", sessionID: e.tool, callID: "c1" }, { args: {} });
+    else await hooks.event("raw" in e ? e.raw : { event: e });
+  }
+  seen.push(await settle(step.want));
+}
+console.log(JSON.stringify({ pid: process.pid, seen }));
+)js");
+    const std::string steps = R"([
+      {"events": [{"type": "session.status", "properties": {"sessionID": "s1", "status": {"type": "busy"}}}],
+       "want": "SessionBusy"},
+      {"events": [{"type": "session.status", "properties": {"sessionID": "s1", "status": {"type": "busy"}}},
+                  {"type": "session.status", "properties": {"sessionID": "s1", "status": {"type": "retry"}}},
+                  {"tool": "s1"}],
+       "want": "SessionBusy"},
+      {"events": [{"type": "permission.asked", "properties": {"id": "per_1", "sessionID": "s1", "permission": "bash"}}],
+       "want": "UserQuestion"},
+      {"events": [{"type": "permission.replied", "properties": {"sessionID": "s1", "requestID": "per_1", "reply": "once"}}],
+       "want": "SessionBusy"},
+      {"events": [{"type": "session.status", "properties": {"sessionID": "s2", "status": {"type": "busy"}}},
+                  {"type": "session.status", "properties": {"sessionID": "s2", "status": {"type": "idle"}}}],
+       "want": "SessionBusy"},
+      {"events": [{"type": "question.asked", "properties": {"id": "que_1", "sessionID": "s1"}},
+                  {"type": "session.status", "properties": {"sessionID": "s1", "status": {"type": "idle"}}},
+                  {"type": "session.idle", "properties": {"sessionID": "s1"}}],
+       "want": "SessionIdle"},
+      {"events": [{"type": "session.status"}, {"raw": null}, {"raw": {"event": null}}], "want": "SessionIdle"}
+    ])";
+    const auto run = itest::run({node, h.home + "/driver.mjs", h.home + "/plugin.mjs", h.project, steps},
+                                h.home, {.stderrTo = itest::Stderr::apart, .env = env});
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.errors, "");
+    const auto out = nlohmann::json::parse(run.output);
+    std::vector<std::string> events;
+    std::vector<double> times;
+    for (const auto& record : out["seen"]) {
+        const auto line = firstLine(record.get<std::string>());
+        events.push_back(line.event);
+        times.push_back(line.at);
+        EXPECT_EQ(line.pid, out["pid"].get<long>()) << "the process that runs the plugin";
+        EXPECT_EQ(lineStarting(record.get<std::string>(), "cwd="), h.project);
+    }
+    EXPECT_EQ(events, (std::vector<std::string>{"SessionStart", "SessionBusy", "SessionBusy", "UserQuestion",
+                                                "SessionBusy", "SessionBusy", "SessionIdle", "SessionIdle"}));
+    ASSERT_EQ(times.size(), 8u);
+    EXPECT_EQ(times[2], times[1]) << "repeated busy events rewrote the record";
+    EXPECT_EQ(times[5], times[4]) << "a subagent's end changed nothing";
 
-    const auto disconnect = runCli({"disconnect", "codex"}, env, h.home);
-    ASSERT_EQ(disconnect.status, 0) << disconnect.errors;
-    EXPECT_EQ(readFile(h.home + "/.codex/hooks.json").value_or("").find("/.duskwell/hook"), std::string::npos);
+    // Without the hook program the plugin stays silent and OpenCode goes on.
+    fs::remove(h.home + "/.duskwell/hook");
+    for (const auto& entry : fs::directory_iterator(h.sessions)) fs::remove(entry.path());
+    const auto bare = itest::run({node, h.home + "/driver.mjs", h.home + "/plugin.mjs", h.project, "[]"}, h.home,
+                                 {.stderrTo = itest::Stderr::apart, .env = env});
+    EXPECT_EQ(bare.status, 0) << bare.errors;
+    EXPECT_EQ(bare.errors, "");
+    EXPECT_EQ(nlohmann::json::parse(bare.output)["seen"], nlohmann::json::array({"0 records"}));
+
+    // Disconnecting removes our plugin; a plugin of that name we did not write stays.
+    ASSERT_EQ(runCli({"disconnect", "opencode"}, env, h.home).status, 0);
+    EXPECT_FALSE(fs::exists(plugin));
+    writeFile(plugin, "export const Mine = async () => ({});\n");
+    const auto refused = runCli({"connect", "opencode"}, env, h.home);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("a plugin Duskwell did not write"), std::string::npos) << refused.errors;
+    EXPECT_EQ(runCli({"disconnect", "opencode"}, env, h.home).status, 0);
+    EXPECT_EQ(readFile(plugin), "export const Mine = async () => ({});\n");
 }
 
 TEST(ConnectCommand, AnswersUsageAndFailureWithTheirExitCodes) {
     AgentHome h;
     const auto env = h.environment();
     EXPECT_EQ(runCli({"connect"}, env, h.home).status, 2);
-    EXPECT_EQ(runCli({"connect", "gemini"}, env, h.home).status, 2);
+    EXPECT_EQ(runCli({"connect", "aider"}, env, h.home).status, 2);
     EXPECT_EQ(runCli({"disconnect", "claude", "codex"}, env, h.home).status, 2);
 
     fs::create_directories(h.home + "/.claude");

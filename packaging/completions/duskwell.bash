@@ -44,7 +44,7 @@ _duskwell() {
         [[ $cword -eq 2 ]] && COMPREPLY=($(compgen -W "install remove --help" -- "$cur"))
         ;;
     connect | disconnect)
-        [[ $cword -eq 2 ]] && COMPREPLY=($(compgen -W "claude codex --help" -- "$cur"))
+        [[ $cword -eq 2 ]] && COMPREPLY=($(compgen -W "claude codex gemini opencode --help" -- "$cur"))
         ;;
     extend)
         [[ $cword -eq 2 ]] && COMPREPLY=($(compgen -W "15 30 60 120 --json --help" -- "$cur"))

@@ -30,6 +30,6 @@ complete -c duskwell -n "__fish_seen_subcommand_from phone" -l public-server -d 
 complete -c duskwell -n "__fish_seen_subcommand_from phone" -l token -x -d 'The access token (- reads it from stdin)'
 complete -c duskwell -n "__fish_seen_subcommand_from phone" -l no-token -d 'Remove the access token'
 complete -c duskwell -n "__fish_seen_subcommand_from helper" -a 'install remove'
-complete -c duskwell -n "__fish_seen_subcommand_from connect disconnect" -a 'claude codex'
+complete -c duskwell -n "__fish_seen_subcommand_from connect disconnect" -a 'claude codex gemini opencode'
 complete -c duskwell -n "__fish_seen_subcommand_from $commands; and not __fish_seen_subcommand_from dashboard" -l json -d 'Print one JSON object'
 complete -c duskwell -n "__fish_seen_subcommand_from $commands" -l help -d 'Usage of this command'

@@ -85,7 +85,7 @@ void printTrustNotes(std::ostream& out) {
         out << "\n"
             << T(std::string(kind.title()) + " 훅이 연결되었지만 아직 신뢰되지 않았습니다. ",
                  std::string(kind.title()) + " hooks are connected but not trusted yet. ")
-            << AgentIntegration::trustHint(kind).value_or("") << "\n";
+            << AgentIntegration::connectHint(kind).value_or("") << "\n";
     }
 }
 

@@ -1,6 +1,6 @@
-// `duskwell connect claude|codex` and `duskwell disconnect claude|codex`: adds or removes
-// Duskwell's hook in the agent's settings file, so that a machine without the app's
-// window (a headless Linux box) can connect its agents.
+// `duskwell connect claude|codex|gemini|opencode` and `duskwell disconnect …`: adds or removes
+// Duskwell's hook in the agent's settings file (OpenCode: our plugin file), so that a machine
+// without the app's window (a headless Linux box) can connect its agents.
 //
 // They edit files in the user's home and need no running app.
 #include <iostream>
@@ -34,10 +34,10 @@ int runConnect(Direction direction, const std::vector<std::string>& args) {
     const std::string file = AgentIntegration::configFile(*kind).value_or("");
     const bool on = direction == Direction::connect;
     std::string text = on ? say(Msg::connected, {title, file}) : say(Msg::disconnected, {title});
-    const auto hint = on ? AgentIntegration::trustHint(*kind) : std::nullopt;
+    const auto hint = on ? AgentIntegration::connectHint(*kind) : std::nullopt;
     if (hint) text += "\n" + *hint;
     nlohmann::json out{{"agent", std::string(kind->rawValue())}, {"connected", on}, {"file", file}};
-    if (hint) out["trustHint"] = *hint;
+    if (hint) out["hint"] = *hint;
     return succeed(out, text);
 }
 
@@ -46,17 +46,18 @@ const Option jsonOption{"--json", {"print one JSON object: {\"ok\", \"agent\", \
 
 const Registration connectCommand{{
     "connect",
-    "connect claude|codex [--json]",
-    {"Adds Duskwell's hook to the agent's settings, for exact working and waiting states.",
-     "에이전트 설정에 Duskwell 훅을 추가해 작업 중·대기 상태를 정확히 알아요."},
+    "connect claude|codex|gemini|opencode [--json]",
+    {"Adds Duskwell's hook to the agent's settings (OpenCode: a plugin), for exact working and waiting states.",
+     "에이전트 설정에 Duskwell 훅(OpenCode는 플러그인)을 추가해 작업 중·대기 상태를 정확히 알아요."},
     {jsonOption},
     [](const std::vector<std::string>& args) { return runConnect(Direction::connect, args); },
 }};
 
 const Registration disconnectCommand{{
     "disconnect",
-    "disconnect claude|codex [--json]",
-    {"Removes Duskwell's hook from the agent's settings.", "에이전트 설정에서 Duskwell 훅을 제거해요."},
+    "disconnect claude|codex|gemini|opencode [--json]",
+    {"Removes Duskwell's hook from the agent's settings (OpenCode: the plugin).",
+     "에이전트 설정에서 Duskwell 훅(OpenCode는 플러그인)을 제거해요."},
     {jsonOption},
     [](const std::vector<std::string>& args) { return runConnect(Direction::disconnect, args); },
 }};

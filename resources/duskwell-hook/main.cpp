@@ -1,7 +1,8 @@
-// duskwell-hook: run by an AI agent (Claude Code, Codex) at each hooked event as
-// `<path> claude|codex`, with the event's JSON on standard input. It keeps one session
-// record per agent session in ~/.duskwell/sessions, which the app reads to tell working,
-// waiting and idle agents apart.
+// duskwell-hook: run by an AI agent (Claude Code, Codex, Gemini CLI) at each hooked event as
+// `<path> claude|codex|gemini`, with the event's JSON on standard input, and by our OpenCode
+// plugin as `<path> opencode` with a message of the same shape. It keeps one session record
+// per agent session in ~/.duskwell/sessions, which the app reads to tell working, waiting
+// and idle agents apart.
 //
 // The agent waits for this program, and some events feed its standard output to the
 // model, so it prints nothing, exits 0 whatever happens and gives up silently on any

@@ -47,7 +47,9 @@ std::string_view AgentKind::rawValue() const { return kRows[index()].raw; }
 std::string_view AgentKind::title() const { return kRows[index()].title; }
 // Counted from the first runner, so a kind appended later is not a runner by accident.
 bool AgentKind::isLocalModel() const { return static_cast<unsigned>(index() - 7) < 6u; }
-bool AgentKind::supportsHooks() const { return value_ == claude || value_ == codex; }
+bool AgentKind::supportsHooks() const {
+    return value_ == claude || value_ == codex || value_ == gemini || value_ == opencode;
+}
 std::string_view AgentKind::symbol() const { return kRows[index()].symbol; }
 std::string_view AgentKind::tint() const {
     if (index() < 0 || index() >= caseCount) return "gray";

@@ -60,11 +60,16 @@ std::optional<std::string> readUtf8(const fs::path& p) {
 
 AgentState stateForHookEvent(std::string_view event) {
     // The turn is over: finished, failed, interrupted, or a fresh session at its prompt.
-    if (event == "Stop" || event == "StopFailure" || event == "SessionStart" || event == "Interrupt")
+    // AfterAgent is Gemini CLI's end of a turn; SessionIdle is sent by our OpenCode plugin
+    // once none of its sessions is busy.
+    if (event == "Stop" || event == "StopFailure" || event == "SessionStart" || event == "Interrupt" ||
+        event == "AfterAgent" || event == "SessionIdle")
         return AgentState::idle;
     // A question to the user is on screen. The hook records a notification only when it
-    // asks something; reminders never reach a record.
-    if (event == "Notification" || event == "PermissionRequest" || event == "Elicitation")
+    // asks something; reminders never reach a record. UserQuestion is our OpenCode plugin's
+    // name for a permission or question OpenCode asks.
+    if (event == "Notification" || event == "PermissionRequest" || event == "Elicitation" ||
+        event == "UserQuestion")
         return AgentState::waiting;
     // The prompt, tool use before and after, model requests, subagents, compaction.
     return AgentState::working;

@@ -28,9 +28,10 @@ struct SessionRecord {
     bool operator==(const SessionRecord&) const = default;
 };
 
-// The end of a turn (Stop, StopFailure, Interrupt) and a fresh session (SessionStart) are
-// idle; a question to the user (Notification, PermissionRequest, Elicitation) waits; any
-// other event works.
+// The end of a turn (Stop, StopFailure, Interrupt, Gemini's AfterAgent, our OpenCode
+// plugin's SessionIdle) and a fresh session (SessionStart) are idle; a question to the user
+// (Notification, PermissionRequest, Elicitation, the plugin's UserQuestion) waits; any other
+// event works.
 AgentState stateForHookEvent(std::string_view event);
 
 // The last path component of a folder path ("/a/b/" -> "b", "/" -> "/").

@@ -38,6 +38,8 @@ IntegrationSectionModel makeIntegration(const AwakeController& c) {
         row.title = std::string(kind.title());
         if (on && AgentIntegration::awaitsTrust(kind)) {
             row.state = T("연결됨 · " + row.title + "에서 Trust를 선택하세요", "Connected · choose Trust in " + row.title);
+        } else if (on && kind == AgentKind::opencode) {
+            row.state = T("연결됨 · 플러그인", "Connected · plugin");
         } else if (on) {
             row.state = T("연결됨 · 훅", "Connected · hooks");
         } else if (!available) {

@@ -68,7 +68,9 @@ TEST_F(SettingsPageModel, IntegrationRowsForHookAgentsWithTheirThreeStates) {
         EXPECT_EQ(s.title, pick(ko, "Agent integration", "에이전트 연동"));
         EXPECT_EQ(s.note, pick(ko, "Tracks exactly when agents start and finish. Settings are backed up before editing.",
                                "에이전트가 언제 시작하고 끝나는지 정확히 추적해요. 편집 전에 설정을 백업해요."));
-        ASSERT_EQ(s.rows.size(), 2u);
+        ASSERT_EQ(s.rows.size(), 4u);
+        EXPECT_EQ(s.rows[2].title, "Gemini CLI");
+        EXPECT_EQ(s.rows[3].title, "OpenCode");
         EXPECT_EQ(s.rows[0].title, "Claude Code");
         EXPECT_EQ(s.rows[0].state, pick(ko, "Connected · hooks", "연결됨 · 훅"));
         EXPECT_TRUE(s.rows[0].toggle.on);
@@ -85,6 +87,11 @@ TEST_F(SettingsPageModel, IntegrationRowsForHookAgentsWithTheirThreeStates) {
     EXPECT_EQ(row.state, "Not connected · estimated from activity");
     EXPECT_TRUE(row.toggle.enabled);
     EXPECT_EQ(row.toggle.action, Action::integration(AgentKind::codex, true));
+    // OpenCode is connected through a plugin, not hooks.
+    Access::viewsSetIntegrated(c, AgentKind::opencode, true);
+    inEachLanguage([&](bool ko) {
+        EXPECT_EQ(makeSettingsPage(c).integration.rows.at(3).state, pick(ko, "Connected · plugin", "연결됨 · 플러그인"));
+    });
 }
 
 TEST_F(SettingsPageModel, PhoneSectionShowsItsStepsOnlyWhileEnabled) {

@@ -30,7 +30,8 @@ TEST(AwakeControllerIntegration, ListsEveryHookAgentAsConnectedOrNot) {
     fs::create_directories(h.home + "/.claude");
     writeFile(h.home + "/.claude/settings.json", R"({"hooks":{"Stop":[{"hooks":[{"type":"command","command":"/u/.duskwell/hook claude"}]}]}})");
     AwakeController c;
-    const std::map<AgentKind, bool> expected{{AgentKind::claude, true}, {AgentKind::codex, false}};
+    const std::map<AgentKind, bool> expected{
+        {AgentKind::claude, true}, {AgentKind::codex, false}, {AgentKind::gemini, false}, {AgentKind::opencode, false}};
     EXPECT_EQ(c.integrated(), expected);
 }
 
@@ -52,14 +53,19 @@ TEST(AwakeControllerIntegration, ConnectingAndDisconnectingEditsTheFileAndTheMap
     EXPECT_FALSE(AgentIntegration::isInstalled(AgentKind::claude));
 }
 
-TEST(AwakeControllerIntegration, ConnectingCodexTellsTheUserToTrustTheHook) {
-    ControllerHome h;
-    AwakeController c;
-    c.setIntegration(AgentKind::codex, true);
-    EXPECT_TRUE(c.integrated().at(AgentKind::codex));
-    ASSERT_TRUE(c.lastMessage().has_value());
-    EXPECT_NE(c.lastMessage()->find("shows \"Hooks need review\" once: choose Trust"), std::string::npos)
-        << *c.lastMessage();
+TEST(AwakeControllerIntegration, ConnectingTellsTheUserTheStepLeftToThem) {
+    const std::pair<AgentKind, const char*> cases[] = {
+        {AgentKind::codex, "Codex connected. The next time you open Codex it shows \"Hooks need review\" once: choose Trust"},
+        {AgentKind::gemini, "Gemini CLI connected. Gemini CLI runs hooks only in folders you trust"},
+        {AgentKind::opencode, "OpenCode connected. OpenCode loads plugins when it starts: restart"},
+    };
+    for (const auto& [kind, message] : cases) {
+        ControllerHome h;
+        AwakeController c;
+        c.setIntegration(kind, true);
+        EXPECT_TRUE(c.integrated().at(kind)) << kind.rawValue();
+        EXPECT_EQ(c.lastMessage().value_or("").rfind(message, 0), 0u) << c.lastMessage().value_or("");
+    }
 }
 
 TEST(AwakeControllerIntegration, AFailureShowsItsTextAndChangesNothing) {
@@ -87,9 +93,14 @@ TEST(AwakeControllerIntegration, StartingReinstallsTheHookOnlyWhenAnAgentIsConne
     }
     fs::create_directories(h.home + "/.codex");
     writeFile(h.home + "/.codex/hooks.json", R"({"hooks":{"Stop":[{"hooks":[{"type":"command","command":"/u/.duskwell/hook codex"}]}]}})");
+    // An OpenCode plugin from an older version is brought up to date too.
+    const std::string plugin = h.home + "/.config/opencode/plugins/duskwell.js";
+    fs::create_directories(h.home + "/.config/opencode/plugins");
+    writeFile(plugin, "// old\nconst hook = \"/u/.duskwell/hook\";\n");
     AwakeController c;
     EXPECT_EQ(readFile(installed), "#!/bin/sh\n# shipped\n");
     EXPECT_EQ(fs::status(installed).permissions() & fs::perms::all, static_cast<fs::perms>(0755));
+    EXPECT_NE(readFile(plugin).value_or("").find("const hook = \"" + installed + "\";"), std::string::npos);
 
     // A missing resource at start-up is no error the user sees.
     h.env.platform.resources.clear();

@@ -29,6 +29,9 @@ public:
     virtual ~Platform() = default;
 
     virtual std::string homeDirectory() const = 0;
+    // Where the user's tools keep their settings by the XDG convention (OpenCode does, on
+    // macOS too): $XDG_CONFIG_HOME where the platform honours it, else ~/.config.
+    virtual std::string configDirectory() const { return homeDirectory() + "/.config"; }
     virtual std::string userName() const = 0;
     virtual int processId() const = 0;
     // The user's preferred language tags, most preferred first ("ko-KR", "en_US.UTF-8").

@@ -85,6 +85,12 @@ std::string LinuxPlatform::homeDirectory() const {
     return "/";
 }
 
+std::string LinuxPlatform::configDirectory() const {
+    // A relative value is invalid by the convention and is ignored, as the tools do.
+    if (const char* dir = std::getenv("XDG_CONFIG_HOME"); dir && dir[0] == '/') return dir;
+    return homeDirectory() + "/.config";
+}
+
 std::string LinuxPlatform::userName() const {
     if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_name) return pw->pw_name;
     if (const char* user = std::getenv("USER"); user && *user) return user;

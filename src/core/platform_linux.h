@@ -33,6 +33,7 @@ public:
     explicit LinuxPlatform(Options options);
 
     std::string homeDirectory() const override;
+    std::string configDirectory() const override;
     std::string userName() const override;
     int processId() const override;
     std::vector<std::string> preferredLanguages() const override;

@@ -16,6 +16,7 @@
 #include "core/services.h"
 #include "core/strict_json.h"
 #include "core/text.h"
+#include "integration/opencode_plugin.h"
 
 namespace duskwell::AgentIntegration {
 namespace {
@@ -23,11 +24,19 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-// Seconds an agent gives our hook. Codex cuts some events' limit to 3 s and warns about it
-// at every start, so its entries ask for no more.
-int hookTimeout(AgentKind kind) { return kind == AgentKind::codex ? 3 : 5; }
+// How long an agent gives our hook: seconds for Claude Code and Codex, milliseconds for
+// Gemini CLI. Codex cuts some events' limit to 3 s and warns about it at every start, so its
+// entries ask for no more.
+int hookTimeout(AgentKind kind) {
+    switch (kind.value()) {
+    case AgentKind::codex: return 3;
+    case AgentKind::gemini: return 5000;
+    default: return 5;
+    }
+}
 
 std::string home() { return services().platform->homeDirectory(); }
+std::string opencodeFolder() { return services().platform->configDirectory() + "/opencode"; }
 
 std::string parseError(const std::string& path) {
     return T("설정 파일 형식을 읽을 수 없습니다: " + path, "Can't parse settings file: " + path);
@@ -124,12 +133,68 @@ fs::path resolveLinks(const fs::path& path) {
     return p;
 }
 
+// A `//` or `/*` outside every string: JSON with comments, which no JSON parser accepts.
+bool hasComments(std::string_view text) {
+    bool inString = false;
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '/' && (text[i + 1] == '/' || text[i + 1] == '*')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<std::string> readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) return std::nullopt;
+    return text;
+}
+
+// OpenCode's plugin is a file of ours as a whole: written anew on every connect, removed
+// on disconnect. A file of that name that we did not write is the user's and stays.
+std::optional<std::string> installPlugin(const std::string& path) {
+    const std::string text = OpencodePlugin::source(AppConfig::hookScript());
+    std::error_code ec;
+    if (fs::exists(fs::symlink_status(path, ec))) {
+        const auto old = readText(path);
+        if (!old) return readError(path, errnoText());
+        if (*old == text) return std::nullopt;
+        if (old->find(marker) == std::string::npos)
+            return T("파일을 바꾸지 않았습니다: " + path + " (Duskwell이 만들지 않은 플러그인입니다)",
+                     "Left file unchanged: " + path + " (a plugin Duskwell did not write)");
+    }
+    if (auto error = createPrivateDirectories(fs::path(path).parent_path().string())) return writeError(path, *error);
+    if (auto error = replaceFile(resolveLinks(path).string(), text, 0644, ExistingFile::replace))
+        return writeError(path, *error);
+    return std::nullopt;
+}
+
+std::optional<std::string> uninstallPlugin(const std::string& path) {
+    const auto old = readText(path);
+    if (!old || old->find(marker) == std::string::npos) return std::nullopt;
+    std::error_code ec;
+    if (!fs::remove(path, ec) && ec)
+        return T("파일을 지울 수 없습니다: " + path + " (" + ec.message() + ")",
+                 "Can't remove file: " + path + " (" + ec.message() + ")");
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::string> configFile(AgentKind kind) {
     switch (kind.value()) {
     case AgentKind::claude: return home() + "/.claude/settings.json";
     case AgentKind::codex: return home() + "/.codex/hooks.json";
+    case AgentKind::gemini: return home() + "/.gemini/settings.json";
+    case AgentKind::opencode: return opencodeFolder() + "/plugins/duskwell.js";
     default: return std::nullopt;
     }
 }
@@ -141,8 +206,16 @@ std::vector<std::string> events(AgentKind kind) {
     if (kind == AgentKind::claude)
         return {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
                 "PostToolUseFailure", "Notification", "Stop", "StopFailure", "SessionEnd"};
-    return {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
-            "Stop", "Interrupt", "SessionEnd"};
+    if (kind == AgentKind::codex)
+        return {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
+                "Stop", "Interrupt", "SessionEnd"};
+    // Gemini CLI: no PreCompress (it fires inside every turn anyway, and a manual /compress
+    // outside one would look like work), no BeforeToolSelection or AfterModel (each turn has
+    // BeforeModel already). Its only notification is the approval prompt.
+    if (kind == AgentKind::gemini)
+        return {"SessionStart", "BeforeAgent", "BeforeModel", "BeforeTool", "Notification", "AfterTool",
+                "AfterAgent", "SessionEnd"};
+    return {};  // OpenCode: our plugin picks its own events
 }
 
 std::string hookCommand(AgentKind kind) {
@@ -153,16 +226,15 @@ bool isAvailable(AgentKind kind) {
     const auto file = configFile(kind);
     if (!file) return false;
     std::error_code ec;
-    return fs::is_directory(fs::path(*file).parent_path(), ec);
+    // OpenCode's plugin folder is ours to create; its settings folder tells it is set up.
+    const fs::path folder = kind == AgentKind::opencode ? fs::path(opencodeFolder()) : fs::path(*file).parent_path();
+    return fs::is_directory(folder, ec);
 }
 
 bool isInstalled(AgentKind kind) {
     const auto file = configFile(kind);
-    if (!file) return false;
-    std::ifstream in(*file, std::ios::binary);
-    if (!in) return false;
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return !in.bad() && text.find(marker) != std::string::npos;
+    const auto text = file ? readText(*file) : std::nullopt;
+    return text && text->find(marker) != std::string::npos;
 }
 
 namespace {
@@ -227,17 +299,24 @@ bool awaitsTrust(AgentKind kind) {
     const auto file = configFile(kind);
     json hooks;
     if (!file || load(*file, hooks)) return false;
-    std::ifstream in(home() + "/.codex/config.toml", std::ios::binary);
-    const std::string toml = in ? std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())
-                                : std::string();
-    return !trustsOwnHooks(hooks, *file, toml);
+    return !trustsOwnHooks(hooks, *file, readText(home() + "/.codex/config.toml").value_or(""));
 }
 
-std::optional<std::string> trustHint(AgentKind kind) {
-    if (kind != AgentKind::codex) return std::nullopt;
-    return T("다음에 Codex를 열면 \"Hooks need review\"가 한 번 표시됩니다. Trust를 선택해야 Duskwell 훅이 동작합니다.",
-             "The next time you open Codex it shows \"Hooks need review\" once: choose Trust, or "
-             "Codex will not run Duskwell's hook.");
+std::optional<std::string> connectHint(AgentKind kind) {
+    switch (kind.value()) {
+    case AgentKind::codex:
+        return T("다음에 Codex를 열면 \"Hooks need review\"가 한 번 표시됩니다. Trust를 선택해야 Duskwell 훅이 동작합니다.",
+                 "The next time you open Codex it shows \"Hooks need review\" once: choose Trust, or "
+                 "Codex will not run Duskwell's hook.");
+    case AgentKind::gemini:
+        return T("Gemini CLI는 신뢰한 폴더에서만 훅을 실행합니다. 폴더를 신뢰하지 않으면 그곳의 세션은 활동으로 추정합니다.",
+                 "Gemini CLI runs hooks only in folders you trust; in other folders Duskwell estimates "
+                 "its sessions from activity.");
+    case AgentKind::opencode:
+        return T("OpenCode는 시작할 때 플러그인을 읽습니다. 이미 열려 있는 OpenCode는 다시 시작하세요.",
+                 "OpenCode loads plugins when it starts: restart any OpenCode that is already open.");
+    default: return std::nullopt;
+    }
 }
 
 std::optional<std::string> load(const std::string& path, json& settings) {
@@ -263,7 +342,9 @@ std::optional<std::string> load(const std::string& path, json& settings) {
     StrictJson parsed = parseStrictJson(text, JsonNumbers::exact);
     switch (parsed.problem) {
     case JsonProblem::none: break;
-    case JsonProblem::syntax: return parseError(path);
+    case JsonProblem::syntax:
+        // Gemini CLI reads its settings with comments; writing the file back would drop them.
+        return hasComments(text) ? notUnderstood(path, T("주석", "a comment")) : parseError(path);
     case JsonProblem::tooDeep: return notUnderstood(path, T("깊이 중첩된 값", "deeply nested data"));
     case JsonProblem::inexactNumber: return notUnderstood(path, T("정밀한 숫자", "a long or large number"));
     }
@@ -310,6 +391,7 @@ std::optional<std::string> install(AgentKind kind) {
     const auto file = configFile(kind);
     if (!file) return unsupported(kind);
     if (auto error = installScript()) return error;
+    if (kind == AgentKind::opencode) return installPlugin(*file);
 
     json settings;
     if (auto error = load(*file, settings)) return error;
@@ -339,6 +421,7 @@ std::optional<std::string> uninstall(AgentKind kind) {
     if (!file) return unsupported(kind);
     std::error_code ec;
     if (!fs::exists(*file, ec)) return std::nullopt;  // nothing to remove, nothing to create
+    if (kind == AgentKind::opencode) return uninstallPlugin(*file);
 
     json settings;
     if (auto error = load(*file, settings)) return error;

@@ -17,7 +17,9 @@ namespace AgentIntegration {
 // The tail of the installed hook's path: any hook entry whose command holds it is ours.
 inline constexpr const char* marker = "/.duskwell/hook";
 
-// ~/.claude/settings.json for claude, ~/.codex/hooks.json for codex, nothing otherwise.
+// ~/.claude/settings.json for claude, ~/.codex/hooks.json for codex, ~/.gemini/settings.json
+// for gemini, our plugin <config>/opencode/plugins/duskwell.js for opencode, nothing
+// otherwise.
 std::optional<std::string> configFile(AgentKind kind);
 std::vector<std::string> events(AgentKind kind);
 // The command registered for a kind: "<home>/.duskwell/hook <kind>".
@@ -33,13 +35,15 @@ bool isInstalled(AgentKind kind);
 // ~/.codex/config.toml. True when our hook is installed and one of its entries has no
 // such entry. We never write those entries ourselves.
 bool awaitsTrust(AgentKind kind);
-// The step left to the user after connecting (Codex's trust), in the user's language.
-std::optional<std::string> trustHint(AgentKind kind);
+// The step left to the user after connecting (Codex's trust, Gemini's trusted folders,
+// restarting OpenCode), in the user's language.
+std::optional<std::string> connectHint(AgentKind kind);
 // Whether `configToml` trusts every entry of our hook in `hooks` (the parsed hooks.json
 // at `hooksPath`). Pure, for tests.
 bool trustsOwnHooks(const nlohmann::json& hooks, const std::string& hooksPath, const std::string& configToml);
 
-// Each answers the user-facing error text on failure, nothing on success.
+// Each answers the user-facing error text on failure, nothing on success. For OpenCode
+// they write and remove the plugin file instead of editing a settings file.
 std::optional<std::string> install(AgentKind kind);
 std::optional<std::string> uninstall(AgentKind kind);
 // Copies the shipped hook program to ~/.duskwell/hook (mode 0755) and creates the

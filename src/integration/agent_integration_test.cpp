@@ -58,28 +58,61 @@ const char* kUserSettings = R"json({
   }
 })json";
 
-TEST(AgentIntegrationPaths, NameEachAgentsSettingsFileAndEvents) {
+// Each agent's file, the events that start a turn, ask the user, end a turn and end the
+// session, and the folder whose presence says the agent is set up here.
+TEST(AgentIntegrationPaths, NameEachAgentsFileEventsAndFolder) {
     HookHome h;
-    EXPECT_EQ(AgentIntegration::configFile(AgentKind::claude), h.claudeFile());
-    EXPECT_EQ(AgentIntegration::configFile(AgentKind::codex), h.codexFile());
-    EXPECT_EQ(AgentIntegration::configFile(AgentKind::gemini), std::nullopt);
-    // The question to the user and what ends it, a fresh session, the end of a turn.
-    for (const AgentKind kind : {AgentKind(AgentKind::claude), AgentKind(AgentKind::codex)}) {
-        const auto events = AgentIntegration::events(kind);
-        for (const char* e : {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest", "PostToolUse",
-                              "Stop", "SessionEnd"})
-            EXPECT_NE(std::find(events.begin(), events.end(), e), events.end()) << kind.rawValue() << " " << e;
+    struct Case {
+        AgentKind kind;
+        std::optional<std::string> file;
+        std::vector<const char*> events;
+        const char* folder;  // under HOME
+    };
+    const std::vector<const char*> claudeLike = {"SessionStart", "UserPromptSubmit", "PreToolUse", "PermissionRequest",
+                                                 "PostToolUse", "Stop", "SessionEnd"};
+    const std::vector<Case> cases = {
+        {AgentKind::claude, h.claudeFile(), claudeLike, "/.claude"},
+        {AgentKind::codex, h.codexFile(), claudeLike, "/.codex"},
+        {AgentKind::gemini, h.home + "/.gemini/settings.json",
+         {"SessionStart", "BeforeAgent", "BeforeTool", "Notification", "AfterTool", "AfterAgent", "SessionEnd"}, "/.gemini"},
+        // The plugin's own folder is ours to create; OpenCode's settings folder tells it is set up.
+        {AgentKind::opencode, h.home + "/.config/opencode/plugins/duskwell.js", {}, "/.config/opencode"},
+        {AgentKind::ollama, std::nullopt, {}, nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.kind.rawValue());
+        EXPECT_EQ(AgentIntegration::configFile(c.kind), c.file);
+        const auto events = AgentIntegration::events(c.kind);
+        for (const char* e : c.events) EXPECT_NE(std::find(events.begin(), events.end(), e), events.end()) << e;
+        EXPECT_FALSE(AgentIntegration::isAvailable(c.kind));
+        if (!c.folder) continue;
+        fs::create_directories(h.home + c.folder);
+        EXPECT_TRUE(AgentIntegration::isAvailable(c.kind)) << "the file itself need not exist";
     }
-    EXPECT_EQ(AgentIntegration::hookCommand(AgentKind::codex), h.ownCommand("codex"));
+    EXPECT_EQ(AgentIntegration::hookCommand(AgentKind::gemini), h.ownCommand("gemini"));
 }
 
-TEST(AgentIntegrationPaths, AvailableWhenTheAgentsFolderExists) {
+// Gemini CLI counts hook timeouts in milliseconds, and reads its settings with comments,
+// which we could not write back.
+TEST(AgentIntegrationInstall, GeminiGetsMillisecondTimeoutsAndAFileWithCommentsIsLeftAlone) {
     HookHome h;
-    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::claude));
-    fs::create_directories(h.home + "/.claude");
-    EXPECT_TRUE(AgentIntegration::isAvailable(AgentKind::claude)) << "the file itself need not exist";
-    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::codex));
-    EXPECT_FALSE(AgentIntegration::isAvailable(AgentKind::ollama));
+    const std::string file = h.home + "/.gemini/settings.json";
+    fs::create_directories(h.home + "/.gemini");
+    writeFile(file, R"({"security": {"auth": {"selectedType": "gemini-api-key"}}, "url": "http://x/*y*/"})");
+    ASSERT_EQ(AgentIntegration::install(AgentKind::gemini), std::nullopt);
+    const json settings = h.read(file);
+    EXPECT_EQ(settings["url"], "http://x/*y*/");
+    EXPECT_EQ(settings["hooks"]["AfterAgent"][0]["hooks"][0]["timeout"], 5000);
+    EXPECT_FALSE(settings["hooks"].contains("PreCompress")) << "fires inside every turn, and alone on /compress";
+
+    const std::string commented = "{\n  // the model\n  \"model\": {\"name\": \"gemini-3.5-pro\"}\n}\n";
+    writeFile(file, commented);
+    fs::remove(file + ".duskwell-backup");
+    const auto error = AgentIntegration::install(AgentKind::gemini);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(*error, "Left settings file unchanged: " + file + " (a comment is not in a form Duskwell understands)");
+    EXPECT_EQ(readFile(file), commented);
+    EXPECT_FALSE(fs::exists(file + ".duskwell-backup"));
 }
 
 TEST(AgentIntegrationPaths, InstalledMeansTheFileMentionsTheMarker) {

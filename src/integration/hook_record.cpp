@@ -47,7 +47,9 @@ std::optional<std::string> fileName(std::string_view kind, std::string_view sess
 HookEffect effectOf(std::string_view event, std::optional<std::string_view> notificationType) {
     if (event == "SessionEnd") return HookEffect::remove;
     if (event != "Notification") return HookEffect::record;
-    if (notificationType == "permission_prompt" || notificationType == "elicitation_dialog")
+    // Gemini CLI's only notification, "ToolPermission", is its approval prompt.
+    if (notificationType == "permission_prompt" || notificationType == "elicitation_dialog" ||
+        notificationType == "ToolPermission")
         return HookEffect::record;
     return HookEffect::ignore;
 }

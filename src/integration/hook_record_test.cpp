@@ -96,6 +96,24 @@ TEST(HookRecordStream, RealEventOrdersGiveTheStatesAUserSees) {
             {"PreToolUse", {}, "working"},
             {"Interrupt", {}, "idle"},
             {"SessionEnd", {}, "gone"}});
+    // Gemini CLI: an approved shell command, then /quit, which ends the session three times.
+    replay({{"SessionStart", {}, "idle"},
+            {"BeforeAgent", {}, "working"},
+            {"BeforeModel", {}, "working"},
+            {"BeforeTool", {}, "working"},
+            {"Notification", "ToolPermission", "waiting"},
+            {"AfterTool", {}, "working"},
+            {"BeforeModel", {}, "working"},
+            {"AfterAgent", {}, "idle"},
+            {"SessionEnd", {}, "gone"},
+            {"SessionEnd", {}, "gone"},
+            {"SessionEnd", {}, "gone"}});
+    // Our OpenCode plugin's messages: loaded, a turn that asks, answered, done.
+    replay({{"SessionStart", {}, "idle"},
+            {"SessionBusy", {}, "working"},
+            {"UserQuestion", {}, "waiting"},
+            {"SessionBusy", {}, "working"},
+            {"SessionIdle", {}, "idle"}});
 }
 
 }  // namespace

@@ -92,17 +92,9 @@ struct DashboardApp::Impl : std::enable_shared_from_this<Impl> {
 
     // Keys go to the entry line while it is open.
     void feedPrompt(const Key& key) {
-        switch (prompt->feed(key)) {
-            case PhoneServerPrompt::Result::editing:
-                return;
-            case PhoneServerPrompt::Result::cancelled:
-                break;
-            case PhoneServerPrompt::Result::done:
-                controller.setPhoneServer(prompt->server());
-                if (const auto& token = prompt->tokenChange()) controller.setPhoneToken(*token);
-                break;
-        }
-        prompt.reset();
+        feedPhoneServerPrompt(prompt, key,
+                              {[this](const std::string& server) { controller.setPhoneServer(server); },
+                               [this](const std::optional<std::string>& token) { controller.setPhoneToken(token); }});
     }
 
     void tickClock() {

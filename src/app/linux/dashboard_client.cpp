@@ -192,17 +192,9 @@ private:
 
     // The server and token go to the service as socket-only requests, never as URLs.
     void feedPrompt(const Key& key) {
-        switch (prompt_->feed(key)) {
-            case PhoneServerPrompt::Result::editing:
-                return;
-            case PhoneServerPrompt::Result::cancelled:
-                break;
-            case PhoneServerPrompt::Result::done:
-                send(PhoneRequest::server(prompt_->server()));
-                if (const auto& token = prompt_->tokenChange()) send(PhoneRequest::token(*token));
-                break;
-        }
-        prompt_.reset();
+        feedPhoneServerPrompt(prompt_, key,
+                              {[this](const std::string& server) { send(PhoneRequest::server(server)); },
+                               [this](const std::optional<std::string>& token) { send(PhoneRequest::token(token)); }});
     }
 
     // The page and its scroll are this window's own; everything else is the service's.

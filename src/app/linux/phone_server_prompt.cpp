@@ -64,4 +64,19 @@ std::string PhoneServerPrompt::line() const {
     return out + T("   Esc 취소", "   Esc cancels");
 }
 
+void feedPhoneServerPrompt(std::optional<PhoneServerPrompt>& prompt, const Key& key,
+                           const PhoneServerAnswer& answer) {
+    switch (prompt->feed(key)) {
+        case PhoneServerPrompt::Result::editing:
+            return;
+        case PhoneServerPrompt::Result::cancelled:
+            break;
+        case PhoneServerPrompt::Result::done:
+            answer.server(prompt->server());
+            if (const auto& token = prompt->tokenChange()) answer.token(*token);
+            break;
+    }
+    prompt.reset();
+}
+
 }  // namespace duskwell

@@ -2,6 +2,7 @@
 // The dashboard's entry line for the self-hosted ntfy server and its access token: first
 // the server (Enter on an empty line: the public server), then the token (Enter on an
 // empty line keeps it, "-" removes it). The token is drawn as dots, never as typed.
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -37,5 +38,17 @@ private:
     std::optional<std::optional<std::string>> tokenChange_;
     std::optional<std::string> error_;
 };
+
+// Where a finished entry goes: the in-process dashboard applies it to the controller, an
+// attached one sends it to the service. Called on the dashboard's thread.
+struct PhoneServerAnswer {
+    std::function<void(const std::string& server)> server;
+    std::function<void(const std::optional<std::string>& token)> token;  // nothing: remove it
+};
+
+// Feeds `key` to the open `prompt`; once the entry is done it goes to `answer` (the server,
+// then the token when it changed), and a done or cancelled prompt closes.
+void feedPhoneServerPrompt(std::optional<PhoneServerPrompt>& prompt, const Key& key,
+                           const PhoneServerAnswer& answer);
 
 }  // namespace duskwell
