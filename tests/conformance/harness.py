@@ -173,7 +173,8 @@ class Tmux:
 
 # ---------------------------------------------------------------------------- sandbox
 
-# Claude Code and Codex switch off their own traffic with these; the proxy catches the rest.
+# The agents switch off their own traffic with these (Gemini CLI in its settings file); the
+# proxy catches the rest.
 QUIET_ENV = {
     "DISABLE_TELEMETRY": "1",
     "CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC": "1",
@@ -183,6 +184,9 @@ QUIET_ENV = {
     "CLAUDE_CODE_DISABLE_OFFICIAL_MARKETPLACE_AUTOINSTALL": "1",
     # Codex's app-server daemon retries a remote-control websocket to chatgpt.com every ~5 min.
     "CODEX_INTERNAL_APP_SERVER_REMOTE_CONTROL_DISABLED": "1",
+    # OpenCode's models.dev catalogue and update check.
+    "OPENCODE_DISABLE_MODELS_FETCH": "1",
+    "OPENCODE_DISABLE_AUTOUPDATE": "1",
 }
 
 
@@ -207,7 +211,7 @@ class Sandbox:
             os.symlink(path, os.path.join(self.bin, dst))
         self._stand_ins()
         self.ports = {k: standin.start_server(k, self.log(k))
-                      for k in ("anthropic", "openai", "ntfy")}
+                      for k in ("anthropic", "openai", "gemini", "ntfy")}
         proxy = f"http://127.0.0.1:{standin.start_proxy(self.log('proxy'))}"
         self.env = {
             "HOME": self.home, "USER": os.environ.get("USER", "user"),
@@ -216,6 +220,8 @@ class Sandbox:
             "TMPDIR": os.path.join(self.root, "tmp"),
             "ANTHROPIC_BASE_URL": f"http://127.0.0.1:{self.ports['anthropic']}",
             "ANTHROPIC_API_KEY": "sk-ant-dummy",
+            "GOOGLE_GEMINI_BASE_URL": f"http://127.0.0.1:{self.ports['gemini']}",
+            "GEMINI_API_KEY": "dummy",
             "NO_PROXY": "127.0.0.1,localhost", "no_proxy": "127.0.0.1,localhost",
             "DUSKWELL_TEST_SUDO": os.path.join(self.bin, "sudo"),
             "DUSKWELL_TEST_HELPER": os.path.join(self.bin, "duskwell-power"),
@@ -312,7 +318,8 @@ class Sandbox:
 
     def events(self, since=0.0):
         """The agents' events (eventlog.sh lines) from `since` on, a few fields of each."""
-        keep = ("hook_event_name", "session_id", "notification_type", "reason", "source", "tool_name")
+        keep = ("hook_event_name", "session_id", "notification_type", "reason", "source", "tool_name",
+                "status")
         out = []
         for line in self.read(self.log("events")).splitlines():
             try:

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Real-client conformance: the npm Claude Code and Codex, driven through tmux in a temporary
-HOME against loopback stand-in APIs, checked step by step against what `duskwell agents
---json` and a real duskwelld report.
+"""Real-client conformance: the npm Claude Code, Codex, Gemini CLI and OpenCode, driven
+through tmux in a temporary HOME against loopback stand-in APIs, checked step by step against
+what `duskwell agents --json` and a real duskwelld report.
 
-  run.py claude|codex|all --bin BUILD/bin [--claude VERSION] [--codex VERSION] [--keep]
+  run.py claude|codex|gemini|opencode|all --bin BUILD/bin [--claude VERSION] [--codex VERSION]
+         [--gemini VERSION] [--opencode VERSION] [--keep]
 
 Runs in its own pid, mount and network namespaces when `unshare` allows it (only this run's
 processes in /proc, only loopback, and everything it started dies with it); otherwise in
@@ -22,7 +23,10 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from harness import (Abort, Report, Sandbox, agent_folder, bring_loopback_up,  # noqa: E402
                      describe_tree, find_processes, pins, process_table, wait_for)
 
-TITLES = {"claude": "Claude Code", "codex": "Codex"}
+TITLES = {"claude": "Claude Code", "codex": "Codex", "gemini": "Gemini CLI", "opencode": "OpenCode"}
+# `all` runs these pairs one after the other, the two of a pair side by side: four real agents
+# at once are too much for a 2-core machine.
+PAIRS = (("claude", "codex"), ("gemini", "opencode"))
 # duskwelld's clock runs this much faster: the ten quiet minutes of an auto period last 100 s,
 # long enough for Claude's idle reminder (60 s after a turn) to land inside them.
 TIME_SCALE = 6
@@ -475,6 +479,267 @@ def codex(sb, rep):
     check_network(sb, rep, "codex")
 
 
+# ---------------------------------------------------------------------------- shared
+
+def records_left(sb, kind):
+    folder = os.path.join(sb.home, ".duskwell", "sessions")
+    names = os.listdir(folder) if os.path.isdir(folder) else []
+    return [n for n in names if n.startswith(kind + "-")]
+
+
+def quit_ui(tmux, command, gone, timeout=20):
+    """Types a quit command; a second Enter if the command menu took the first one."""
+    tmux.type(command)
+    ok, _ = wait_for(lambda: (gone(), None), 5)
+    if not ok:
+        tmux.keys("Enter")
+        ok, _ = wait_for(lambda: (gone(), None), timeout)
+    if not ok:
+        raise Abort(f"{command} did not end the agent:\n" + tmux.screen())
+
+
+# ---------------------------------------------------------------------------- Gemini CLI
+
+GEMINI_READY = r"Type your message"
+GEMINI_EVENTS = ("SessionStart SessionEnd BeforeAgent AfterAgent BeforeModel AfterModel BeforeToolSelection "
+                 "BeforeTool AfterTool Notification PreCompress").split()
+# What `duskwell connect gemini` must add, each event with one group running the hook.
+GEMINI_CONNECTED = ("SessionStart SessionEnd BeforeAgent AfterAgent BeforeModel BeforeTool AfterTool "
+                    "Notification").split()
+
+
+def gemini_settings(sb, hooks):
+    """Offline: API key auth, no usage statistics (Clearcut) and no update check (npm)."""
+    settings = {"security": {"auth": {"selectedType": "gemini-api-key"}},
+                "privacy": {"usageStatisticsEnabled": False},
+                "telemetry": {"enabled": False},
+                "general": {"enableAutoUpdate": False, "enableAutoUpdateNotification": False}}
+    if hooks:
+        settings["hooks"] = {e: [{"hooks": [{"type": "command", "command": sb.event_hook("gemini")}]}]
+                             for e in GEMINI_EVENTS}
+    with open(os.path.join(sb.home, ".gemini", "settings.json"), "w") as f:
+        json.dump(settings, f, indent=2)
+
+
+def gemini_alive():
+    return find_processes(r"node .*/\.bin/gemini")
+
+
+def gemini(sb, rep):
+    check = Checker(sb, rep, "gemini")
+    install_work(sb)
+    os.makedirs(os.path.join(sb.home, ".gemini"))
+    gemini_settings(sb, hooks=False)
+    # Turn 1's tool runs unasked, turn 2's asks. (The older `tools.allowed` setting denies, not
+    # asks about, every shell command it does not list.)
+    os.makedirs(os.path.join(sb.home, ".gemini", "policies"))
+    with open(os.path.join(sb.home, ".gemini", "policies", "work.toml"), "w") as f:
+        f.write('[[rule]]\ntoolName = "run_shell_command"\ncommandPrefix = "./work.sh 18"\n'
+                'decision = "allow"\npriority = 100\n')
+    # Hooks only run in a trusted folder: what choosing "Trust folder" at the first start writes.
+    with open(os.path.join(sb.home, ".gemini", "trustedFolders.json"), "w") as f:
+        json.dump({sb.project: "TRUST_FOLDER"}, f)
+    tmux = sb.start_tmux()
+    sb.start_daemon()
+
+    # Without hooks: a launcher node and the agent node it re-spawns, one agent. (Inside an
+    # auto period from here on: duskwelld scans every 5 s then, which keeps the run short.)
+    start_auto(sb, rep)
+    tmux.type("clear; gemini")
+    tmux.wait_screen(GEMINI_READY, 60)
+    table = process_table()
+    rep.log("gemini at rest: " + describe_tree(table, gemini_alive()))
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, IN_PERIOD)
+    quit_ui(tmux, "/quit", lambda: not gemini_alive())
+    check.expect("gone after /quit (no hooks)", None, IN_PERIOD)
+
+    gemini_settings(sb, hooks=True)
+    r = sb.duskwell("connect", "gemini")
+    rep.step("duskwell connect gemini", r.returncode == 0, (r.stdout + r.stderr).strip())
+    with open(os.path.join(sb.home, ".gemini", "settings.json")) as f:
+        hooks = json.load(f).get("hooks") or {}
+    ours = f"{sb.home}/.duskwell/hook gemini"
+    commands = {e: [h.get("command") for g in hooks.get(e) or [] for h in g.get("hooks") or []]
+                for e in GEMINI_EVENTS}
+    missing = [e for e in GEMINI_CONNECTED if commands[e].count(ours) != 1]
+    lost = [e for e in GEMINI_EVENTS if sb.event_hook("gemini") not in commands[e]]
+    rep.step("connect adds its hook to each event once, keeping the others", not missing and not lost,
+             f"without Duskwell's hook: {missing or 'none'}; event log hook lost: {lost or 'none'}")
+
+    t = time.time()
+    tmux.type("clear; gemini")
+    tmux.wait_screen(GEMINI_READY, 60)
+    sb.wait_event("SessionStart", t, 20)
+    start_auto(sb, rep)
+    check.expect("a fresh session is a known idle session",
+                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1, "hooks": "connected"},
+                 IN_PERIOD)
+
+    # Turn 1: an allowed tool, no question.
+    t = time.time()
+    tmux.type("RUN<<./work.sh 18>>")
+    ok, _ = wait_for(lambda: (bool(find_processes(work(18))), None), 30, 0.2)
+    if not ok:
+        raise Abort("the tool never started:\n" + tmux.screen())
+    check.expect("working during a tool call", {"count": 1, "state": "working"}, 18,
+                 during=tool_alive(work(18)), what="(tool running)")
+    sb.wait_event("AfterAgent", t, 40)
+
+    # Turn 2: the tool asks first (Notification ToolPermission); approving fires no event.
+    t = time.time()
+    tmux.type("RUN<<./work.sh 20>>")
+    tmux.wait_screen(r"Allow once", 30)
+    sb.wait_event("Notification", t, 20, notification_type="ToolPermission")
+    check.expect("waiting at the approval", {"count": 1, "state": "waiting"}, IN_PERIOD)
+    tmux.keys("Enter")  # "1. Allow once"
+    ok, _ = wait_for(lambda: (bool(find_processes(work(20))), None), 10, 0.2)
+    if not ok:
+        raise Abort("the approved tool never started:\n" + tmux.screen())
+    check.expect("working again after approval (tool still running)", {"count": 1, "state": "working"},
+                 20, during=tool_alive(work(20)), what="(tool running)")
+    turn_end = sb.wait_event("AfterAgent", t, 60)["t"]
+    check.expect("idle after the turn", {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
+                 IN_PERIOD)
+    check.hold("still idle 70 s after the turn", {"count": 1, "state": "idle"}, turn_end + 70)
+    check_period_end(sb, rep, turn_end)
+
+    # /quit sends SessionEnd three times, the last from an orphan; the record goes at the first.
+    start_auto(sb, rep)
+    t = time.time()
+    quit_ui(tmux, "/quit", lambda: not gemini_alive())
+    sb.wait_event("SessionEnd", t, 20)
+    check.expect("gone after /quit", None, IN_PERIOD)
+    rep.step("no session record left", not records_left(sb, "gemini"), str(records_left(sb, "gemini")))
+    check_network(sb, rep, "gemini")
+
+
+# ---------------------------------------------------------------------------- OpenCode
+
+OPENCODE_READY = r"Ask anything"
+# A plugin beside Duskwell's that writes eventlog.sh's lines itself: a child process per event
+# would run in OpenCode's tree, where it could pass for a tool at work. Async and guarded
+# throughout, since a plugin that throws synchronously stalls OpenCode's turns.
+OPENCODE_EVENT_PLUGIN = """import { appendFileSync } from "node:fs";
+const KEEP = new Set(["session.created", "session.status", "session.idle", "session.error",
+                      "permission.asked", "permission.replied"]);
+const write = (name, fields) => {
+  try {
+    const line = JSON.stringify({ hook_event_name: name, pid: process.pid, ...fields });
+    appendFileSync(LOG, `${Date.now() / 1000} opencode ${line}\\n`);
+  } catch {}
+};
+export const EventLog = async ({ directory }) => {
+  write("load", { cwd: directory });
+  return {
+    event: async ({ event }) => {
+      try {
+        const p = event.properties || {};
+        if (KEEP.has(event.type)) write(event.type, { session_id: p.sessionID, status: p.status && p.status.type });
+      } catch {}
+    },
+    "tool.execute.before": async (i) => { try { write("tool.execute.before", { session_id: i.sessionID, tool_name: i.tool }); } catch {} },
+    "tool.execute.after": async (i) => { try { write("tool.execute.after", { session_id: i.sessionID, tool_name: i.tool }); } catch {} },
+  };
+};
+"""
+
+
+def opencode_config(sb):
+    """The chat/completions stand-in as the only provider; bash asks except for turn 1's tool."""
+    port = sb.ports["openai"]
+    folder = os.path.join(sb.home, ".config", "opencode")
+    os.makedirs(folder, exist_ok=True)
+    with open(os.path.join(folder, "opencode.json"), "w") as f:
+        json.dump({"$schema": "https://opencode.ai/config.json",
+                   "autoupdate": False, "share": "disabled",
+                   "model": "standin/m1", "small_model": "standin/m1",
+                   "enabled_providers": ["standin"],
+                   "permission": {"bash": {"*": "ask", "./work.sh 18": "allow"}},
+                   "provider": {"standin": {
+                       "npm": "@ai-sdk/openai-compatible", "name": "Stand-in",
+                       "options": {"baseURL": f"http://127.0.0.1:{port}/v1", "apiKey": "dummy"},
+                       "models": {"m1": {"name": "Stand-in M1", "tool_call": True}}}}}, f, indent=2)
+    # At every start OpenCode installs its plugin package into each config folder with its own
+    # npm; this sends that to the stand-in, which has no such package.
+    with open(os.path.join(folder, ".npmrc"), "w") as f:
+        f.write(f"registry=http://127.0.0.1:{port}/npm/\n")
+    return folder
+
+
+def opencode_alive():
+    return find_processes(r"^opencode( |$)")
+
+
+def opencode(sb, rep):
+    check = Checker(sb, rep, "opencode")
+    install_work(sb)
+    folder = opencode_config(sb)
+    tmux = sb.start_tmux()
+    sb.start_daemon()
+
+    start_auto(sb, rep)  # 5-second scans from here on, as in Gemini's run
+    tmux.type("clear; opencode")
+    tmux.wait_screen(OPENCODE_READY, 60)
+    table = process_table()
+    rep.log("opencode at rest: " + describe_tree(table, opencode_alive()))
+    check.expect("seen without hooks", {"count": 1, "viaHooks": False, "hooks": "off"}, IN_PERIOD)
+    quit_ui(tmux, "/exit", lambda: not opencode_alive())
+    check.expect("gone after /exit (no plugin)", None, IN_PERIOD)
+
+    os.makedirs(os.path.join(folder, "plugins"), exist_ok=True)
+    with open(os.path.join(folder, "plugins", "eventlog.js"), "w") as f:
+        f.write(f"const LOG = {json.dumps(sb.log('events'))};\n" + OPENCODE_EVENT_PLUGIN)
+    r = sb.duskwell("connect", "opencode")
+    rep.step("duskwell connect opencode", r.returncode == 0, (r.stdout + r.stderr).strip())
+    plugin = os.path.join(folder, "plugins", "duskwell.js")
+    rep.step("connect writes its plugin", os.path.isfile(plugin), plugin)
+
+    # The plugin's record at load makes a fresh OpenCode a known idle session.
+    t = time.time()
+    tmux.type("clear; opencode")
+    tmux.wait_screen(OPENCODE_READY, 60)
+    sb.wait_event("load", t, 30)
+    start_auto(sb, rep)
+    check.expect("a fresh session is a known idle session",
+                 {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1, "hooks": "connected"},
+                 IN_PERIOD)
+
+    # Turn 1: an allowed tool, no question.
+    t = time.time()
+    tmux.type("RUN<<./work.sh 18>>")
+    ok, _ = wait_for(lambda: (bool(find_processes(work(18))), None), 30, 0.2)
+    if not ok:
+        raise Abort("the tool never started:\n" + tmux.screen())
+    check.expect("working during a tool call", {"count": 1, "state": "working"}, 18,
+                 during=tool_alive(work(18)), what="(tool running)")
+    sb.wait_event("session.idle", t, 40)
+
+    # Turn 2: the tool asks first (permission.asked); the session stays "busy" meanwhile.
+    t = time.time()
+    tmux.type("RUN<<./work.sh 20 && touch approved.txt>>")
+    sb.wait_event("permission.asked", t, 30)
+    check.expect("waiting at the approval", {"count": 1, "state": "waiting"}, IN_PERIOD)
+    tmux.keys("Enter")  # "Allow once"
+    ok, _ = wait_for(lambda: (bool(find_processes(work(20))), None), 10, 0.2)
+    if not ok:
+        raise Abort("the approved tool never started:\n" + tmux.screen())
+    check.expect("working again after approval (tool still running)", {"count": 1, "state": "working"},
+                 20, during=tool_alive(work(20)), what="(tool running)")
+    turn_end = sb.wait_event("session.idle", t, 60)["t"]
+    check.expect("idle after the turn", {"count": 1, "state": "idle", "viaHooks": True, "sessions": 1},
+                 IN_PERIOD)
+    # Open at its prompt OpenCode still uses a few % of a core; the plugin, not that, decides.
+    check.hold("still idle 70 s after the turn", {"count": 1, "state": "idle"}, turn_end + 70)
+    check_period_end(sb, rep, turn_end)
+
+    # /exit sends no event: the record must go with the process.
+    start_auto(sb, rep)
+    quit_ui(tmux, "/exit", lambda: not opencode_alive())
+    check.expect("gone after /exit", None, IN_PERIOD)
+    rep.step("no session record left", not records_left(sb, "opencode"), str(records_left(sb, "opencode")))
+    check_network(sb, rep, "opencode")
+
+
 # ---------------------------------------------------------------------------- main
 
 def isolate(argv):
@@ -494,19 +759,27 @@ def isolate(argv):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("agent", choices=["claude", "codex", "all"], help="all: both, side by side")
+    parser.add_argument("agent", choices=[*TITLES, "all"],
+                        help="all: every scenario, two side by side at a time")
     parser.add_argument("--bin", required=True, help="folder with duskwell-cli, duskwell-hook, duskwelld")
     parser.add_argument("--claude", help="Claude Code version (default: the pinned one)")
     parser.add_argument("--codex", help="Codex version (default: the pinned one)")
+    parser.add_argument("--gemini", help="Gemini CLI version (default: the pinned one)")
+    parser.add_argument("--opencode", help="OpenCode version (default: the pinned one)")
     parser.add_argument("--keep", action="store_true", help="keep the temporary HOME and logs")
     parser.add_argument("--in-place", action="store_true", help="no namespaces")
     args = parser.parse_args()
 
     if args.agent == "all":
         rest = [a for a in sys.argv[1:] if a != "all"]
-        runs = [subprocess.Popen([sys.executable, os.path.abspath(__file__), agent, *rest])
-                for agent in ("claude", "codex")]
-        return max(r.wait() for r in runs)
+        code = 0
+        for pair in PAIRS:
+            t0 = time.time()
+            runs = [subprocess.Popen([sys.executable, os.path.abspath(__file__), agent, *rest])
+                    for agent in pair]
+            code = max([code] + [r.wait() for r in runs])
+            print(f"conformance: {' + '.join(pair)} took {time.time() - t0:.0f} s", flush=True)
+        return code
     if not os.environ.get("DUSKWELL_CONFORMANCE_INNER") and not args.in_place:
         code = isolate(sys.argv[1:])
         if code is not None:
@@ -528,7 +801,7 @@ def main():
     rep.log(f"{pins()[args.agent][0]}@{version} from {folder}")
     sb = Sandbox(args.agent, os.path.abspath(args.bin), agent_bin, TIME_SCALE)
     try:
-        (claude if args.agent == "claude" else codex)(sb, rep)
+        {"claude": claude, "codex": codex, "gemini": gemini, "opencode": opencode}[args.agent](sb, rep)
     except Abort as e:
         rep.step("scenario could go on", False, str(e))
     except Exception as e:  # a crash of the suite itself is a failure, with its trace

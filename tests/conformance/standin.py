@@ -1,10 +1,13 @@
 """Loopback stand-ins for the agents' model APIs, and a proxy that refuses everything.
 
+Claude Code talks to the Messages API, Codex to the Responses API, OpenCode to OpenAI's
+chat/completions (both on the "openai" server) and Gemini CLI to the Gemini API.
 The model answers are driven by the user's prompt: a prompt holding RUN<<command>> is
 answered with one shell tool call running that command (ASK<<command>> asks Codex for an
 escalated, unsandboxed run, which it must approve), and once the tool's result comes back
-with a short final text. Every other request (titles, token counts, model lists) gets a
-plain, sensible answer. Each server appends one JSON line per request to its log.
+with a short final text. Every other request (titles, token counts, model lists, Gemini's
+model router) gets a plain, sensible answer. Each server appends one JSON line per request
+to its log.
 """
 
 import argparse
@@ -180,13 +183,19 @@ class Anthropic(_Handler):
 
 
 class OpenAI(_Handler):
-    """The Responses API as Codex uses it."""
+    """The Responses API as Codex uses it, and chat/completions as OpenCode uses it."""
 
     def get(self):
         if "/models" in self.path:
             self._send_json({"object": "list", "data": [], "models": []})
+        elif self.path.startswith("/npm/"):
+            # OpenCode's package install, pointed here by an .npmrc: no such package.
+            self._send_json({"error": "not found"}, 404)
         else:
             self._send_json({})
+
+    def _chat(self):
+        return self.path.rstrip("/").endswith("/chat/completions")
 
     def _decide(self, body):
         items = body.get("input") or []
@@ -210,6 +219,10 @@ class OpenAI(_Handler):
         return ("text", "OK.", None)
 
     def summary(self, body):
+        if self._chat():
+            kind, arg = self._decide_chat(body)
+            return {"model": body.get("model"), "stream": body.get("stream"),
+                    "tools": len(body.get("tools") or []), "answer": kind, "arg": arg}
         kind, arg, tool = self._decide(body)
         return {"model": body.get("model"), "stream": body.get("stream"),
                 "tools": [t.get("name") for t in body.get("tools") or [] if isinstance(t, dict)],
@@ -232,7 +245,52 @@ class OpenAI(_Handler):
                 "call_id": f"call_{int(time.time() * 1000)}", "name": name,
                 "arguments": json.dumps(args), "status": "completed"}
 
+    def _decide_chat(self, body):
+        msgs = body.get("messages") or []
+        last = msgs[-1] if msgs else {}
+        if last.get("role") == "tool":
+            return ("text", "Done: the command finished.")
+        tools = [(t.get("function") or {}).get("name") for t in body.get("tools") or []
+                 if isinstance(t, dict)]
+        if last.get("role") == "user" and "bash" in tools:
+            m = None
+            for text in _texts(last.get("content")):
+                m = DIRECTIVE.search(text) or m
+            if m:
+                return ("tool", m.group(2))
+        return ("text", "OK.")
+
+    def _chat_answer(self, body):
+        kind, arg = self._decide_chat(body)
+        cid = f"chatcmpl-{int(time.time() * 1000)}"
+        if kind == "tool":
+            delta = {"role": "assistant", "tool_calls": [{
+                "index": 0, "id": f"call_{int(time.time() * 1000)}", "type": "function",
+                "function": {"name": "bash", "arguments": json.dumps(
+                    {"command": arg, "description": "Run the requested command"})}}]}
+            finish = "tool_calls"
+        else:
+            delta = {"role": "assistant", "content": arg}
+            finish = "stop"
+        usage = {"prompt_tokens": 12, "completion_tokens": 8, "total_tokens": 20}
+        if not body.get("stream"):
+            message = {"role": "assistant", "content": delta.get("content"),
+                       "tool_calls": delta.get("tool_calls")}
+            return self._send_json({"id": cid, "object": "chat.completion", "created": int(time.time()),
+                                    "model": body.get("model"), "usage": usage,
+                                    "choices": [{"index": 0, "message": message, "finish_reason": finish}]})
+        base = {"id": cid, "object": "chat.completion.chunk", "created": int(time.time()),
+                "model": body.get("model")}
+        self._start_sse()
+        for chunk in (dict(base, choices=[{"index": 0, "delta": delta, "finish_reason": None}]),
+                      dict(base, choices=[{"index": 0, "delta": {}, "finish_reason": finish}], usage=usage)):
+            self.wfile.write(f"data: {json.dumps(chunk)}\n\n".encode())
+        self.wfile.write(b"data: [DONE]\n\n")
+        self.wfile.flush()
+
     def post(self, body):
+        if self._chat():
+            return self._chat_answer(body)
         if not self.path.rstrip("/").endswith("/responses"):
             return self._send_json({})
         kind, arg, tool = self._decide(body)
@@ -265,6 +323,57 @@ class OpenAI(_Handler):
                                  "usage": usage}})
 
 
+class Gemini(_Handler):
+    """The Gemini API as Gemini CLI uses it: streamGenerateContent for turns, generateContent
+    (JSON answers) for its model router."""
+
+    def _decide(self, body):
+        contents = body.get("contents") or []
+        last = contents[-1] if contents else {}
+        parts = [p for p in last.get("parts") or [] if isinstance(p, dict)]
+        if any("functionResponse" in p for p in parts):
+            return ("text", "Done: the command finished.")
+        tools = [fd.get("name") for t in body.get("tools") or [] if isinstance(t, dict)
+                 for fd in t.get("functionDeclarations") or []]
+        if last.get("role") == "user" and "run_shell_command" in tools:
+            m = None
+            for p in parts:
+                m = DIRECTIVE.search(p.get("text") or "") or m
+            if m:
+                return ("tool", m.group(2))
+        if (body.get("generationConfig") or {}).get("responseMimeType") == "application/json":
+            return ("json", "")
+        return ("text", "OK.")
+
+    def summary(self, body):
+        kind, arg = self._decide(body)
+        return {"path": self.path.split("?")[0].rsplit("/", 1)[-1], "answer": kind, "arg": arg}
+
+    def post(self, body):
+        if ":countTokens" in self.path:
+            return self._send_json({"totalTokens": 10})
+        kind, arg = self._decide(body)
+        if kind == "tool":
+            part = {"functionCall": {"name": "run_shell_command",
+                                     "args": {"command": arg, "description": "Run the requested command"}}}
+        elif kind == "json":
+            # Enough for every routing strategy: the classifier's and the next-speaker check's.
+            part = {"text": json.dumps({"reasoning": "stand-in", "model_choice": "flash",
+                                        "next_speaker": "user", "complexity_reasoning": "stand-in",
+                                        "complexity_score": 1})}
+        else:
+            part = {"text": arg}
+        answer = {"candidates": [{"content": {"role": "model", "parts": [part]},
+                                  "finishReason": "STOP", "index": 0}],
+                  "usageMetadata": {"promptTokenCount": 12, "candidatesTokenCount": 8,
+                                    "totalTokenCount": 20}}
+        if ":streamGenerateContent" not in self.path:
+            return self._send_json(answer)
+        self._start_sse()
+        self.wfile.write(f"data: {json.dumps(answer)}\n\n".encode())
+        self.wfile.flush()
+
+
 class Ntfy(_Handler):
     """Enough of an ntfy server for phone alerts: publishes are logged with their body."""
 
@@ -285,7 +394,7 @@ class Ntfy(_Handler):
                          "topic": body.get("topic", ""), "message": body.get("message", "")})
 
 
-HANDLERS = {"anthropic": Anthropic, "openai": OpenAI, "ntfy": Ntfy}
+HANDLERS = {"anthropic": Anthropic, "openai": OpenAI, "gemini": Gemini, "ntfy": Ntfy}
 
 
 def start_server(kind, log_path):
@@ -368,7 +477,7 @@ def serve_proxy(port, log_path, ready):
 
 def main(argv=None):
     p = argparse.ArgumentParser(description=__doc__)
-    p.add_argument("kind", choices=["anthropic", "openai", "ntfy", "proxy"])
+    p.add_argument("kind", choices=[*HANDLERS, "proxy"])
     p.add_argument("--port", type=int, default=0)
     p.add_argument("--port-file", required=True)
     p.add_argument("--log", required=True)
