@@ -185,6 +185,15 @@ TEST(ScanShapes, RealTreesCountEachSessionOnceWithTheRightState) {
          {shell, named(21, 1, 0, "/x/codex", "codex", "/x/codex"), daemon(22, 21),
           named(23, 22, 0, "/bin/bash", "bash", "bash -c cargo test", addSeconds(t0, 3))},
          {waitingAt(AgentKind::codex, 22)}, AgentKind::codex, 1, AgentState::working},
+        {"Gemini's launcher and the real agent it starts are one idle session, whatever the agent's own spikes",
+         {shell, named(30, 1, 0, "/usr/bin/node", "node", "node /g/node_modules/.bin/gemini"),
+          named(31, 30, 30, "/usr/bin/node", "node", "/usr/bin/node --max-old-space-size=8000 /g/node_modules/.bin/gemini")},
+         {session(AgentKind::gemini, 31, AgentState::idle, "gemini-s")}, AgentKind::gemini, 1, AgentState::idle},
+        {"but a busy tool under Gemini's real agent is work",
+         {shell, named(30, 1, 0, "/usr/bin/node", "node", "node /g/node_modules/.bin/gemini"),
+          named(31, 30, 0, "/usr/bin/node", "node", "/usr/bin/node /g/node_modules/.bin/gemini"),
+          named(32, 31, 40, "/usr/bin/make", "make", "make -j2")},
+         {session(AgentKind::gemini, 31, AgentState::idle, "gemini-s")}, AgentKind::gemini, 1, AgentState::working},
     };
     for (const auto& c : cases) {
         const auto r = classify(table(c.ps), c.sessions, {}, t0);
